@@ -1,0 +1,3 @@
+#pragma once
+
+/// Umbrella header: start here.

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+
+#include "QLSDKCoreKit/platform/Export.h"
+
+namespace qlsdk::platform {
+
+/// Counts the work under way: queued and running tasks of serial queues, HTTP tasks in flight. Adapters hold
+/// a `Token` for as long as a piece of work exists. Work on the main queue is the host's and does not count.
+/// Any thread. Shared by the adapters of one platform and, like them, never destroyed.
+class QLSDK_EXPORT Activity {
+  public:
+    /// One piece of work; move-only. Take the token of a follow-up before giving up one's own, so that
+    /// the count never touches zero in between.
+    class QLSDK_EXPORT Token {
+      public:
+        Token() noexcept = default;
+        explicit Token(std::shared_ptr<Activity> activity) noexcept;
+        Token(Token&& other) noexcept = default;
+        Token& operator=(Token&& other) noexcept;
+        ~Token();
+
+      private:
+        void release() noexcept;
+        std::shared_ptr<Activity> activity_;
+    };
+
+    Activity();
+    ~Activity();
+
+    /// Blocks the caller until nothing is under way or `timeout` has passed; true when idle. Must not be
+    /// called from a task of the library's own, which would wait for itself.
+    [[nodiscard]] bool waitUntilIdle(std::chrono::milliseconds timeout);
+
+    [[nodiscard]] std::size_t count() const noexcept;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace qlsdk::platform
