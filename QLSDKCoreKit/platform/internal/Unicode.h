@@ -6,13 +6,11 @@
 #include <string_view>
 
 #include "QLSDKCoreKit/platform/Data.h"
+#include "QLSDKCoreKit/platform/Utf8.h"
 
 namespace qlsdk::platform {
 
 [[nodiscard]] bool isAscii(std::string_view text) noexcept;
-
-/// Strict: no overlong forms, no surrogates, nothing above U+10FFFF. A NUL is a character like any other.
-[[nodiscard]] bool isValidUtf8(std::string_view text) noexcept;
 
 /// How many 16-bit units the text takes. `text` must be valid UTF-8.
 [[nodiscard]] std::size_t utf16Length(std::string_view text) noexcept;
