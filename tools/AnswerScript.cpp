@@ -16,7 +16,8 @@ bool isHeaderText(std::string_view text) {
 std::pair<std::string, std::string> parseHeader(std::string_view text) {
     const std::size_t equals = text.find('=');
     const std::string_view name = text.substr(0, equals);
-    const bool named = equals != std::string_view::npos && !name.empty() && name.find_first_of(": ") == name.npos;
+    const bool named =
+        equals != std::string_view::npos && !name.empty() && name.find_first_of(": ") == name.npos;
     if (!named || !isHeaderText(text)) {
         throw UsageError("an answer's header is HEADER=VALUE, not '" + std::string(text) + "'");
     }

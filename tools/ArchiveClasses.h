@@ -10,7 +10,8 @@
 
 namespace quillkit {
 
-/// What an archived configuration entity holds. The library's own class shows its content only value by value.
+/// What an archived configuration entity holds. The library's own class shows its content only value by
+/// value.
 class ConfigEntityView final : public qlsdk::platform::Archivable {
   public:
     static constexpr std::string_view kClassName = "QLSDKDynamicConfigEntity";

@@ -1,15 +1,15 @@
 #include "ArchiveTree.h"
 
-#include <google/protobuf/message.h>
-
 #include <string>
 
 #include "ArchiveClasses.h"
 #include "Hex.h"
+#include "WireMessages.h"
+#include <google/protobuf/message.h>
+
 #include "QLSDKCoreKit/events/EventWrapper.h"
 #include "QLSDKCoreKit/picoproto/EncodablePicoproto.h"
 #include "QLSDKCoreKit/picoproto/MessageContext.h"
-#include "WireMessages.h"
 
 namespace quillkit {
 
@@ -63,7 +63,8 @@ void addMessage(Outline& outline, const std::string& label, const EncodablePicop
     const Outline::Indent indent(outline);
     if (const auto message = decodeMessage(name, bytes)) return outline.lines(fieldsOf(*message));
     const std::string raw = rawFieldsOf(bytes);
-    if (raw.empty() && !bytes.empty()) return outline.line("does not decode: " + dataText({bytes.begin(), bytes.end()}));
+    if (raw.empty() && !bytes.empty())
+        return outline.line("does not decode: " + dataText({bytes.begin(), bytes.end()}));
     outline.lines(raw);
 }
 
@@ -113,7 +114,8 @@ void addValue(Outline& outline, const std::string& label, const Value& value) {
 
 void addObject(Outline& outline, const std::string& label, const ArchivedObject& object) {
     if (outline.isFull() || addArchivable(outline, label, object)) return;
-    if (const auto plain = object.value(); !plain.isNull() || object.isNil()) return addValue(outline, label, plain);
+    if (const auto plain = object.value(); !plain.isNull() || object.isNil())
+        return addValue(outline, label, plain);
     if (const auto list = object.list()) {
         outline.line(labelled(label, "array of " + countOf(list->size(), "element", "elements")));
         const Outline::Indent indent(outline);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Outline.h"
+
 #include "QLSDKCoreKit/platform/KeyedArchive.h"
 
 namespace quillkit {

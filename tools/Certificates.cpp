@@ -1,5 +1,13 @@
 #include "Certificates.h"
 
+#include <cerrno>
+#include <ctime>
+#include <filesystem>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Failure.h"
 #include <openssl/bio.h>
 #include <openssl/ec.h>
 #include <openssl/err.h>
@@ -8,13 +16,6 @@
 #include <openssl/x509v3.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <ctime>
-#include <optional>
-#include <utility>
-#include <vector>
-
-#include "Failure.h"
 #include "QLSDKCoreKit/platform/Files.h"
 
 namespace quillkit {
@@ -60,7 +61,8 @@ void setSerialNumber(X509* certificate) {
 }
 
 /// A new key with a certificate; signed by `issuer`, or by itself where that is null.
-Identity issue(const std::string& commonName, long days, const Identity* issuer, const Extensions& extensions) {
+Identity issue(const std::string& commonName, long days, const Identity* issuer,
+               const Extensions& extensions) {
     Identity made{std::unique_ptr<X509, CertificateDeleter>(X509_new()),
                   std::unique_ptr<EVP_PKEY, KeyDeleter>(EVP_EC_gen("P-256"))};
     X509* certificate = made.certificate.get();
@@ -130,8 +132,9 @@ void save(const Identity& identity, const std::string& certificateFile, const st
     const Bio certificate(BIO_new(BIO_s_mem()));
     const Bio key(BIO_new(BIO_s_mem()));
     BIO* keyPem = certificateFile == keyFile ? certificate.get() : key.get();
-    require(PEM_write_bio_PKCS8PrivateKey(keyPem, identity.key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1,
-            "key as PEM");
+    require(
+        PEM_write_bio_PKCS8PrivateKey(keyPem, identity.key.get(), nullptr, nullptr, 0, nullptr, nullptr) == 1,
+        "key as PEM");
     require(PEM_write_bio_X509(certificate.get(), identity.certificate.get()) == 1, "certificate as PEM");
     if (keyPem == key.get()) save(keyFile, key.get());
     save(certificateFile, certificate.get());
@@ -161,7 +164,7 @@ ServerIdentity serverIdentity(const std::string& directory, const std::string& h
         save(*server, serverFile, serverFile);
     }
     ERR_clear_error();
-    return {std::move(*server), authorityFile};
+    return {std::move(*server), std::filesystem::absolute(authorityFile).string()};
 }
 
 }  // namespace quillkit

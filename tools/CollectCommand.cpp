@@ -1,21 +1,21 @@
-#include <pthread.h>
-#include <signal.h>
-
 #include <functional>
 #include <iostream>
 #include <thread>
 
 #include "Collector.h"
 #include "Failure.h"
-#include "QLSDKCoreKit/core/QLSDKTweaks.h"
 #include "Subcommand.h"
+#include <pthread.h>
+#include <signal.h>
+
+#include "QLSDKCoreKit/core/QLSDKTweaks.h"
 
 namespace quillkit {
 
 namespace {
 
-/// Blocks the signals that end the collector in this thread and all that it starts, so that one thread can wait
-/// for them and no work is done in a handler.
+/// Blocks the signals that end the collector in this thread and all that it starts, so that one thread can
+/// wait for them and no work is done in a handler.
 sigset_t blockEndSignals() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -76,8 +76,9 @@ Subcommand collectCommand() {
             .operandNames = "",
             .operandCount = 0,
             .summary = "a local HTTPS server in place of the web service",
-            .description = "Listens on 127.0.0.1, prints its address and the path of its CA certificate, one line\n"
-                           "each, and then one line for each request. SIGTERM or SIGINT ends it.\n",
+            .description =
+                "Listens on 127.0.0.1, prints its address and the path of its CA certificate, one line\n"
+                "each, and then one line for each request. SIGTERM or SIGINT ends it.\n",
             .options = {{"--port", "N", "port to listen on; 0 takes a free one", Occurrence::required},
                         {"--state", "DIR", "keeps the certificates; made when missing", Occurrence::required},
                         {"--log", "FILE", "appends one JSON object for each request"},

@@ -1,12 +1,11 @@
 #include "Collector.h"
 
-#include <httplib.h>
-#include <sys/socket.h>
-
-#include <nlohmann/json.hpp>
-
 #include "Endpoints.h"
 #include "Failure.h"
+#include <httplib.h>
+#include <nlohmann/json.hpp>
+#include <sys/socket.h>
+
 #include "QLSDKCoreKit/platform/Files.h"
 
 namespace quillkit {
@@ -22,7 +21,8 @@ std::int64_t nowMillis() {
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
 
-/// Takes the body up to the ceiling, whatever length the client announced, if any. 0, or the status of a refusal.
+/// Takes the body up to the ceiling, whatever length the client announced, if any. 0, or the status of a
+/// refusal.
 int readBody(const httplib::Request& request, const httplib::ContentReader& reader, qlsdk::Data& body) {
     // The server's parser of such bodies would hand the parts elsewhere.
     if (request.is_multipart_form_data()) return 415;
@@ -37,7 +37,9 @@ int readBody(const httplib::Request& request, const httplib::ContentReader& read
 }
 
 /// The client sees the connection end and no status.
-void closeWithoutAnswer(const httplib::Request& request) { ::shutdown(SSL_get_fd(request.ssl), SHUT_RDWR); }
+void closeWithoutAnswer(const httplib::Request& request) {
+    ::shutdown(SSL_get_fd(request.ssl), SHUT_RDWR);
+}
 
 std::string wordFor(const Answer& answer) {
     if (answer.kind == Answer::Kind::drop) return "drop";
@@ -57,7 +59,8 @@ ServedRequest describe(const httplib::Request& request, qlsdk::Data body, const 
     served.body = std::move(body);
     const std::string header(kTokenHeader);
     served.token = checkToken(
-        request.has_header(header) ? std::optional(request.get_header_value(header)) : std::nullopt, nowMillis());
+        request.has_header(header) ? std::optional(request.get_header_value(header)) : std::nullopt,
+        nowMillis());
     served.answer = wordFor(answer);
     return served;
 }
@@ -90,8 +93,7 @@ Collector::Collector(const Identity& identity, AnswerScript& script, RequestLog&
     });
     server_->Post(".*", [this](const httplib::Request& request, httplib::Response& response,
                                const httplib::ContentReader& reader) {
-        serveRequest(request, response,
-                     [&](qlsdk::Data& body) { return readBody(request, reader, body); });
+        serveRequest(request, response, [&](qlsdk::Data& body) { return readBody(request, reader, body); });
     });
 }
 
@@ -129,9 +131,12 @@ void Collector::waitUntilStopped() {
     stopping_.wait(lock, [this] { return stopped_; });
 }
 
-void Collector::serveRequest(const httplib::Request& request, httplib::Response& response, const Reader& readBody) {
+void Collector::serveRequest(const httplib::Request& request, httplib::Response& response,
+                             const Reader& readBody) {
     qlsdk::Data body;
     const int refusal = readBody(body);
+    // A part of a body is of no use to anyone.
+    if (refusal != 0) body.clear();
     Answer answer = answerTo(request, refusal);
     const bool givesConfig =
         answer.kind == Answer::Kind::status && answer.status == 200 && request.path == kConfigPath;

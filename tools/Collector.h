@@ -35,8 +35,8 @@ class Collector {
     /// Takes the port, or any free one for 0, and returns it. Throws `Failure` when it is taken.
     [[nodiscard]] int bind(int port);
 
-    /// Serves until `stop`; calls `onListening` first. A `stop` before that moment is lost. False when the socket
-    /// failed by itself.
+    /// Serves until `stop`; calls `onListening` first. A `stop` before that moment is lost. False when the
+    /// socket failed by itself.
     [[nodiscard]] bool serve(const std::function<void()>& onListening);
 
     /// Any thread. Stalled requests end without an answer.

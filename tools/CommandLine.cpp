@@ -12,7 +12,8 @@ namespace {
 constexpr std::size_t kHelpColumn = 30;
 
 const Option& optionNamed(std::span<const Option> table, std::string_view name) {
-    const auto found = std::find_if(table.begin(), table.end(), [&](const Option& o) { return o.name == name; });
+    const auto found =
+        std::find_if(table.begin(), table.end(), [&](const Option& o) { return o.name == name; });
     if (found == table.end()) throw UsageError("unknown option " + std::string(name));
     return *found;
 }
@@ -59,7 +60,8 @@ Arguments::Arguments(std::span<const Option> table, std::size_t operandCount,
         }
     }
     if (operands_.size() < operandCount) throw UsageError("an operand is missing");
-    if (operands_.size() > operandCount) throw UsageError("surplus operand '" + operands_[operandCount] + "'");
+    if (operands_.size() > operandCount)
+        throw UsageError("surplus operand '" + operands_[operandCount] + "'");
     checkRequired(table, *this);
 }
 

@@ -14,9 +14,8 @@ struct Endpoint {
 
 inline constexpr std::string_view kConfigPath = "/v1/config";
 
-inline constexpr std::array<Endpoint, 3> kEndpoints{{{"/v1/sdk/heartbeat", "HearbeatBatch"},
-                                                     {"/v1/sdk/metrics/operational", "Metrics"},
-                                                     {kConfigPath, ""}}};
+inline constexpr std::array<Endpoint, 3> kEndpoints{
+    {{"/v1/sdk/heartbeat", "HearbeatBatch"}, {"/v1/sdk/metrics/operational", "Metrics"}, {kConfigPath, ""}}};
 
 /// Null for a path that the service does not have.
 [[nodiscard]] constexpr const Endpoint* endpointAt(std::string_view path) {

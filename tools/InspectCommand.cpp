@@ -3,9 +3,10 @@
 #include "ArchiveClasses.h"
 #include "ArchiveTree.h"
 #include "Failure.h"
+#include "Subcommand.h"
+
 #include "QLSDKCoreKit/platform/Files.h"
 #include "QLSDKCoreKit/platform/PropertyList.h"
-#include "Subcommand.h"
 
 namespace quillkit {
 
@@ -23,7 +24,8 @@ int inspect(const Arguments& arguments) {
     } else if (const auto propertyList = qlsdk::platform::parsePropertyList(*bytes)) {
         addValue(outline, "property list", *propertyList);
     } else {
-        throw Failure(path + " is neither a keyed archive of known classes nor a property list, or is damaged");
+        throw Failure(path +
+                      " is neither a keyed archive of known classes nor a property list, or is damaged");
     }
     std::cout << outline.text();
     return 0;
@@ -36,8 +38,9 @@ Subcommand inspectCommand() {
             .operandNames = "FILE",
             .operandCount = 1,
             .summary = "shows a file of the library as a tree",
-            .description = "Reads the upload queues' archives, the configuration archive, any other keyed archive of\n"
-                           "standard classes, and property lists. The file is not changed.\n",
+            .description =
+                "Reads the upload queues' archives, the configuration archive, any other keyed archive of\n"
+                "standard classes, and property lists. The file is not changed.\n",
             .options = {},
             .run = inspect};
 }

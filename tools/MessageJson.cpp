@@ -1,13 +1,12 @@
 #include "MessageJson.h"
 
-#include <google/protobuf/descriptor.h>
-#include <google/protobuf/message.h>
-#include <google/protobuf/text_format.h>
-
-#include <nlohmann/json.hpp>
 #include <vector>
 
 #include "Hex.h"
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+#include <google/protobuf/text_format.h>
+#include <nlohmann/json.hpp>
 
 namespace quillkit {
 
@@ -61,12 +60,14 @@ ordered_json jsonOf(const Message& message) {
             continue;
         }
         ordered_json list = ordered_json::array();
-        for (int i = 0; i < reflection->FieldSize(message, field); ++i) list.push_back(elementOf(message, field, i));
+        for (int i = 0; i < reflection->FieldSize(message, field); ++i)
+            list.push_back(elementOf(message, field, i));
         object[field->json_name()] = std::move(list);
     }
     if (!reflection->GetUnknownFields(message).empty()) {
         std::string unknown;
-        google::protobuf::TextFormat::PrintUnknownFieldsToString(reflection->GetUnknownFields(message), &unknown);
+        google::protobuf::TextFormat::PrintUnknownFieldsToString(reflection->GetUnknownFields(message),
+                                                                 &unknown);
         object["unknownFields"] = std::move(unknown);
     }
     return object;

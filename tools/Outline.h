@@ -6,8 +6,8 @@
 
 namespace quillkit {
 
-/// Indented lines, bounded: long lines are cut and nothing follows the last line that there is room for, so that
-/// a small file that describes an endless tree prints like any other. Control characters are escaped.
+/// Indented lines, bounded: long lines are cut and nothing follows the last line that there is room for, so
+/// that a small file that describes an endless tree prints like any other. Control characters are escaped.
 class Outline {
   public:
     static constexpr std::size_t kLineCeiling = 5000;

@@ -1,20 +1,20 @@
 #include "RequestLog.h"
 
-#include <fcntl.h>
-#include <google/protobuf/message.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <iostream>
-#include <nlohmann/json.hpp>
 #include <string_view>
 
 #include "Endpoints.h"
 #include "Failure.h"
 #include "Hex.h"
 #include "MessageJson.h"
-#include "QLSDKCoreKit/platform/Log.h"
 #include "WireMessages.h"
+#include <fcntl.h>
+#include <google/protobuf/message.h>
+#include <nlohmann/json.hpp>
+#include <unistd.h>
+
+#include "QLSDKCoreKit/platform/Log.h"
 
 namespace quillkit {
 
@@ -94,9 +94,9 @@ std::string jsonLine(const ServedRequest& request) {
         // A field that came twice is joined, as HTTP lets any recipient do.
         headers[name] = headers.contains(name) ? headers[name].get<std::string>() + ", " + value : value;
     }
-    const ordered_json line{{"method", request.method},         {"path", request.path},
-                            {"headers", std::move(headers)},    {"body", hexOf(request.body)},
-                            {"message", decodedBody(request)},  {"token", tokenFields(request.token)},
+    const ordered_json line{{"method", request.method},        {"path", request.path},
+                            {"headers", std::move(headers)},   {"body", hexOf(request.body)},
+                            {"message", decodedBody(request)}, {"token", tokenFields(request.token)},
                             {"status", statusOf(request)}};
     return line.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
 }

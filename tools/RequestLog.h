@@ -6,8 +6,9 @@
 #include <utility>
 #include <vector>
 
-#include "QLSDKCoreKit/platform/Data.h"
 #include "TokenCheck.h"
+
+#include "QLSDKCoreKit/platform/Data.h"
 
 namespace quillkit {
 
@@ -23,15 +24,15 @@ struct ServedRequest {
     std::string answer;
 };
 
-/// The request as one JSON object on one line: "method", "path", "headers", "body" (hex), "message" (decoded by
-/// the path; null when it does not decode), "token" and "status" (a number, "drop" or "stall").
+/// The request as one JSON object on one line: "method", "path", "headers", "body" (hex), "message" (decoded
+/// by the path; null when it does not decode), "token" and "status" (a number, "drop" or "stall").
 [[nodiscard]] std::string jsonLine(const ServedRequest& request);
 
 /// The request as one line for a person, bounded in length, control characters escaped.
 [[nodiscard]] std::string humanLine(const ServedRequest& request);
 
-/// Where the collector writes what it was sent: a line for people on standard output and, when there is a file,
-/// a JSON line at its end. Any thread; lines never mix.
+/// Where the collector writes what it was sent: a line for people on standard output and, when there is a
+/// file, a JSON line at its end. Any thread; lines never mix.
 class RequestLog {
   public:
     /// Throws `Failure` when the file cannot be opened for writing.

@@ -1,13 +1,13 @@
 #include "WireMessages.h"
 
+#include <array>
+#include <limits>
+
 #include <google/protobuf/text_format.h>
 #include <google/protobuf/unknown_field_set.h>
 #include <wire/heartbeat.pb.h>
 #include <wire/kit_events.pb.h>
 #include <wire/metrics.pb.h>
-
-#include <array>
-#include <limits>
 
 namespace quillkit {
 
@@ -16,12 +16,15 @@ namespace {
 using google::protobuf::Message;
 
 const Message* prototypeNamed(std::string_view name) {
-    const std::array<const Message*, 9> all{
-        &wire::HearbeatBatch::default_instance(), &wire::Heartbeat::default_instance(),
-        &wire::DeviceEnvironmentInfo::default_instance(), &wire::Timestamp::default_instance(),
-        &wire::Metrics::default_instance(), &wire::CounterMetric::default_instance(),
-        &wire::TimerMetric::default_instance(), &wire::KitEventBase::default_instance(),
-        &wire::ServerEvent::default_instance()};
+    const std::array<const Message*, 9> all{&wire::HearbeatBatch::default_instance(),
+                                            &wire::Heartbeat::default_instance(),
+                                            &wire::DeviceEnvironmentInfo::default_instance(),
+                                            &wire::Timestamp::default_instance(),
+                                            &wire::Metrics::default_instance(),
+                                            &wire::CounterMetric::default_instance(),
+                                            &wire::TimerMetric::default_instance(),
+                                            &wire::KitEventBase::default_instance(),
+                                            &wire::ServerEvent::default_instance()};
     for (const Message* message : all) {
         if (message->GetDescriptor()->name() == name) return message;
     }
@@ -52,9 +55,13 @@ std::unique_ptr<Message> decodeMessage(std::string_view name, qlsdk::DataView by
     return message;
 }
 
-std::string fieldsOf(const Message& message) { return printed(message, false); }
+std::string fieldsOf(const Message& message) {
+    return printed(message, false);
+}
 
-std::string fieldsOnOneLine(const Message& message) { return printed(message, true); }
+std::string fieldsOnOneLine(const Message& message) {
+    return printed(message, true);
+}
 
 std::string rawFieldsOf(qlsdk::DataView bytes) {
     google::protobuf::UnknownFieldSet fields;

@@ -12,8 +12,8 @@ class Message;
 
 namespace quillkit {
 
-/// The message of that name, decoded by the schema. Null when the schema has no such message or when the bytes
-/// are no message at all. Fields that the schema does not know are kept.
+/// The message of that name, decoded by the schema. Null when the schema has no such message or when the
+/// bytes are no message at all. Fields that the schema does not know are kept.
 [[nodiscard]] std::unique_ptr<google::protobuf::Message> decodeMessage(std::string_view name,
                                                                        qlsdk::DataView bytes);
 
