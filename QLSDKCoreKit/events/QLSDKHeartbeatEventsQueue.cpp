@@ -1,0 +1,71 @@
+#include "QLSDKCoreKit/events/QLSDKHeartbeatEventsQueue.h"
+
+#include <array>
+#include <string_view>
+
+#include "QLSDKCoreKit/events/internal/BatchContexts.h"
+#include "QLSDKCoreKit/network/QLPayloadProvider.h"
+#include "QLSDKCoreKit/platform/Platform.h"
+
+namespace qlsdk {
+
+namespace {
+
+// On purpose: the avatar kit's name is cut; stored dates of existing installations lie under it.
+constexpr std::array<std::string_view, 5> kKitNames = {"", "ACCESS_KIT", "AVATOON_KI", "SHARING_KIT",
+                                                       "FEED_KIT"};
+
+}  // namespace
+
+QLSDKHeartbeatEventsQueue& QLSDKHeartbeatEventsQueue::sharedInstance() {
+    // Never destroyed: uploads may still call back while the process ends.
+    static const auto& shared = *new std::shared_ptr<QLSDKHeartbeatEventsQueue>([] {
+        std::shared_ptr<QLSDKHeartbeatEventsQueue> instance(new QLSDKHeartbeatEventsQueue);
+        instance->_eventsQueue = AnalyticsEventsQueue::create(
+            "/v1/sdk/heartbeat", std::make_shared<QLPayloadProvider>(), "qlsdk-heartbeat.plist", 1, instance);
+        return instance;
+    }());
+    return *shared;
+}
+
+QLSDKHeartbeatEventsQueue::QLSDKHeartbeatEventsQueue()
+    : _dispatchQueue(platform::current().queues->makeSerialQueue("com.quillo.quill-kit.heartbeat.queue")) {}
+
+void QLSDKHeartbeatEventsQueue::addEvent(const QLSDKHeartbeat& heartbeat) {
+    if (!_isTimeForHeartbeatForKitType(heartbeat.kitType())) return;
+    _eventsQueue->pushEvent(heartbeat.encodeablePicoproto());
+    const platform::Platform& platform = platform::current();
+    if (const auto key = _hearbeatKeyForKitType(heartbeat.kitType())) {
+        platform.userDefaults->setObjectForKey(Date{platform.clock->secondsSince1970()}, *key);
+    }
+}
+
+std::optional<Data> QLSDKHeartbeatEventsQueue::parseEvents(AnalyticsEventsQueue&, const EventList& events,
+                                                           std::int64_t) {
+    // On purpose: the message's name lacks its second "t"; it is the established one.
+    const MessageContext batch(picoproto_new("HearbeatBatch"));
+    writeRepeated(batch.get(), 1, contextsOf(events));
+    return bodyOf(batch);
+}
+
+bool QLSDKHeartbeatEventsQueue::_isTimeForHeartbeatForKitType(QLSDKKitType kitType) {
+    const std::optional<std::string> key = _hearbeatKeyForKitType(kitType);
+    if (!key) return false;
+    const platform::Platform& platform = platform::current();
+    const Value last = platform.userDefaults->objectForKey(*key);
+    // Something that is no date under the key counts as none.
+    if (last.date() == nullptr) return true;
+    return platform.clock->secondsSince1970() - last.date()->secondsSince1970 > _heartbeatEmitPeriod();
+}
+
+std::optional<std::string> QLSDKHeartbeatEventsQueue::_hearbeatKeyForKitType(QLSDKKitType kitType) {
+    const auto index = wireValue(kitType);
+    if (index == 0 || index >= kKitNames.size()) return std::nullopt;
+    return "com.quillo.quill-kit.heartbeat." + std::string(kKitNames[index]);
+}
+
+double QLSDKHeartbeatEventsQueue::_heartbeatEmitPeriod() noexcept {
+    return 86400.0;
+}
+
+}  // namespace qlsdk

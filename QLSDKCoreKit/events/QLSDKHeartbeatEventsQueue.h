@@ -1,0 +1,48 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
+#include "QLSDKCoreKit/events/QLSDKHeartbeat.h"
+#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/platform/Queues.h"
+
+namespace qlsdk {
+
+/// Sends each feature kit's heartbeat at most once in 24 hours. The date of the last one is kept in the user
+/// defaults under "com.quillo.quill-kit.heartbeat.<KIT>" and so outlives the process; what could not be sent
+/// waits in the file "qlsdk-heartbeat.plist" of the caches directory.
+class QLSDK_EXPORT QLSDKHeartbeatEventsQueue final : public AnalyticsEventsQueueDelegate {
+  public:
+    /// The one instance, made on first use, which reads the archive file on the calling thread. Any thread.
+    [[nodiscard]] static QLSDKHeartbeatEventsQueue& sharedInstance();
+
+    /// Queues the heartbeat if its kit is due: never for `QLSDKKitTypeNone` and values outside the table, at
+    /// once for a kit without a stored date, else when strictly more than 86400 seconds have passed. The date
+    /// is stored when the heartbeat is queued: an upload that fails does not make the kit due again.
+    ///
+    /// Runs on the calling thread up to the encoding (user defaults, keychain and clock are read); the rest
+    /// is the queue's. Two calls for one kit at the same moment may both be sent.
+    void addEvent(const QLSDKHeartbeat& heartbeat);
+
+    /// "HearbeatBatch": every heartbeat as field 1, in the given order.
+    [[nodiscard]] std::optional<Data> parseEvents(AnalyticsEventsQueue& queue, const EventList& events,
+                                                  std::int64_t maxSequenceId) override;
+
+  private:
+    QLSDKHeartbeatEventsQueue();
+
+    [[nodiscard]] static bool _isTimeForHeartbeatForKitType(QLSDKKitType kitType);
+    // Spelled without the second "t" on purpose: the established name.
+    [[nodiscard]] static std::optional<std::string> _hearbeatKeyForKitType(QLSDKKitType kitType);
+    [[nodiscard]] static double _heartbeatEmitPeriod() noexcept;
+
+    /// Set once, before the instance is shared.
+    std::shared_ptr<AnalyticsEventsQueue> _eventsQueue;
+    /// Held and given no work.
+    std::shared_ptr<platform::SerialQueue> _dispatchQueue;
+};
+
+}  // namespace qlsdk

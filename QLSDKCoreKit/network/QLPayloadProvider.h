@@ -1,0 +1,17 @@
+#pragma once
+
+#include "QLSDKCoreKit/network/QLAuthHeaderProvider.h"
+#include "QLSDKCoreKit/platform/Export.h"
+
+namespace qlsdk {
+
+/// Identifies the calling app to the web service by a client auth token, made afresh for each request. Any
+/// thread.
+class QLSDK_EXPORT QLPayloadProvider final : public QLAuthHeaderProvider {
+  public:
+    /// "X-Quill-SDK-Client-Auth-Token".
+    [[nodiscard]] std::string authHeaderName() override;
+    [[nodiscard]] std::optional<std::string> authHeaderValue() override;
+};
+
+}  // namespace qlsdk

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "QLSDKCoreKit/platform/Data.h"
+#include "QLSDKCoreKit/platform/Export.h"
+
+namespace qlsdk {
+
+/// Makes client auth tokens: "v2:NONCE:TAG:SEALED" in upper-case hexadecimal digits, where SEALED is the
+/// padded text "bundle identifier:milliseconds since 1970" under a fresh nonce. Stateless; any thread.
+class QLSDK_EXPORT QLSDKPayload {
+  public:
+    QLSDKPayload() = delete;
+
+    /// A fresh token. The data is not used. Absent when the random source fails; the literal "v2:(null)" when
+    /// only the sealing does, and that is what is sent.
+    [[nodiscard]] static std::optional<std::string> serializePayload(DataView data);
+
+    /// The text that is sealed: the main bundle's identifier ("(null)" without one), a colon and the time in
+    /// milliseconds. The data is not used.
+    [[nodiscard]] static std::string serialize(DataView data);
+
+    /// "NONCE:TAG:SEALED" for `plaintext`. Absent for an absent text, and when the random source or the
+    /// sealing fails.
+    [[nodiscard]] static std::optional<std::string> formatSerializedPayload(
+        const std::optional<std::string>& plaintext);
+
+    /// `length` rounded up to the next multiple of `blockSize` that is larger than it. A block size of 0 is a
+    /// programming error of the caller and answers `length`.
+    [[nodiscard]] static std::uint32_t getPaddedLength(std::uint32_t length,
+                                                       std::uint32_t blockSize) noexcept;
+
+    /// Two upper-case digits a byte, high half first. A null pointer reads as no bytes.
+    [[nodiscard]] static std::string convertBytesToHexString(const std::uint8_t* bytes, std::size_t length);
+    [[nodiscard]] static std::string convertDataToHexString(DataView data);
+};
+
+}  // namespace qlsdk

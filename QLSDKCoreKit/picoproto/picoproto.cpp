@@ -1,0 +1,240 @@
+#include "QLSDKCoreKit/picoproto/picoproto.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+constexpr std::uint64_t kInitialCapacity = 1024;
+constexpr std::uint64_t kSpareBytes = 1024;
+constexpr std::uint64_t kMaxVarintBytes = 10;
+constexpr std::size_t kInlineNameBytes = 32;
+
+enum WireType : std::uint64_t { varint = 0, fixed64 = 1, lengthDelimited = 2, fixed32 = 5 };
+
+/// A context with its first buffer and a short name in one block, so that a small message costs one
+/// allocation and, with the free list below, none in the steady state.
+struct Block {
+    picoproto_ctx_s ctx;
+    Block* nextFree;
+    char inlineName[kInlineNameBytes];
+    std::uint8_t inlineBuffer[kInitialCapacity];
+};
+static_assert(offsetof(Block, ctx) == 0);
+
+template <typename T>
+T* orDie(void* memory) {
+    if (memory == nullptr) std::abort();
+    return static_cast<T*>(memory);
+}
+
+/// True once this thread's free list is gone. A separate flag, because it must outlive the list.
+thread_local bool freeListGone = false;
+
+/// Freed blocks that this thread keeps for its next messages. A heartbeat takes three at a time.
+struct FreeList {
+    static constexpr int kMost = 8;
+    Block* first = nullptr;
+    int count = 0;
+
+    ~FreeList() {
+        freeListGone = true;
+        while (Block* block = take()) std::free(block);
+    }
+    Block* take() noexcept {
+        Block* block = first;
+        if (block == nullptr) return nullptr;
+        first = block->nextFree;
+        --count;
+        return block;
+    }
+    bool keep(Block* block) noexcept {
+        if (count == kMost) return false;
+        block->nextFree = first;
+        first = block;
+        ++count;
+        return true;
+    }
+};
+
+FreeList* freeList() noexcept {
+    if (freeListGone) return nullptr;
+    thread_local FreeList list;
+    return &list;
+}
+
+Block* blockOf(picoproto_ctx_s* ctx) noexcept {
+    return reinterpret_cast<Block*>(ctx);
+}
+
+Block* newBlock() noexcept {
+    FreeList* list = freeList();
+    Block* block = list != nullptr ? list->take() : nullptr;
+    return block != nullptr ? block : orDie<Block>(std::malloc(sizeof(Block)));
+}
+
+char* copiedName(Block* block, const char* name) noexcept {
+    if (name == nullptr) return nullptr;
+    const std::size_t size = std::strlen(name) + 1;
+    char* copy = size <= kInlineNameBytes ? block->inlineName : orDie<char>(std::malloc(size));
+    std::memcpy(copy, name, size);
+    return copy;
+}
+
+void grow(picoproto_ctx_s* ctx, std::uint64_t requested) noexcept {
+    if (ctx->capacity == PICOPROTO_MAX_LENGTH) return;
+    const std::uint64_t capacity = std::min<std::uint64_t>(requested, PICOPROTO_MAX_LENGTH);
+    auto* buffer = orDie<std::uint8_t>(std::malloc(capacity));
+    std::memcpy(buffer, ctx->buffer, ctx->length);
+    if (ctx->buffer != blockOf(ctx)->inlineBuffer) std::free(ctx->buffer);
+    ctx->buffer = buffer;
+    ctx->capacity = capacity;
+}
+
+std::int32_t append(picoproto_ctx_s* ctx, const void* bytes, std::uint64_t count) noexcept {
+    if (count > ctx->capacity - ctx->length) {
+        // A count past the ceiling is refused whatever it is exactly, so it may be cut before it is added.
+        const std::uint64_t needed = ctx->length + std::min<std::uint64_t>(count, PICOPROTO_MAX_LENGTH + 1);
+        grow(ctx, needed + kSpareBytes);
+        if (needed > PICOPROTO_MAX_LENGTH) return PICOPROTO_MESSAGE_TOO_LONG;
+    }
+    if (count > 0) std::memcpy(ctx->buffer + ctx->length, bytes, count);
+    ctx->length += count;
+    return 0;
+}
+
+/// Each byte is appended by itself, so that a message near its ceiling keeps the bytes that still fit.
+std::int32_t writeVarintNearTheEnd(picoproto_ctx_s* ctx, std::uint64_t value) noexcept {
+    for (;;) {
+        const bool last = value < 0x80;
+        const auto byte = static_cast<std::uint8_t>(last ? value : ((value & 0x7F) | 0x80));
+        if (const std::int32_t status = append(ctx, &byte, 1)) return status;
+        if (last) return 0;
+        value >>= 7;
+    }
+}
+
+std::int32_t writeVarint(picoproto_ctx_s* ctx, std::uint64_t value) noexcept {
+    if (ctx->capacity - ctx->length < kMaxVarintBytes) return writeVarintNearTheEnd(ctx, value);
+    std::uint8_t* out = ctx->buffer + ctx->length;
+    while (value >= 0x80) {
+        *out++ = static_cast<std::uint8_t>((value & 0x7F) | 0x80);
+        value >>= 7;
+    }
+    *out++ = static_cast<std::uint8_t>(value);
+    ctx->length = static_cast<std::uint64_t>(out - ctx->buffer);
+    return 0;
+}
+
+std::int32_t writeKey(picoproto_ctx_s* ctx, std::uint64_t field, WireType type) noexcept {
+    return writeVarint(ctx, field * 8 + type);
+}
+
+template <std::size_t count>
+std::int32_t writeFixed(picoproto_ctx_s* ctx, std::uint64_t field, WireType type,
+                        std::uint64_t value) noexcept {
+    if (ctx == nullptr) return PICOPROTO_MESSAGE_TOO_LONG;
+    if (const std::int32_t status = writeKey(ctx, field, type)) return status;
+    std::uint8_t bytes[count];
+    for (std::size_t i = 0; i < count; ++i) bytes[i] = static_cast<std::uint8_t>(value >> (8 * i));
+    // On purpose: the two fixed-size fields swallow the status of their body.
+    (void)append(ctx, bytes, count);
+    return 0;
+}
+
+}  // namespace
+
+picoproto_ctx_s* picoproto_new(const char* name) {
+    Block* block = newBlock();
+    block->ctx = {copiedName(block, name), 0, kInitialCapacity, block->inlineBuffer};
+    return &block->ctx;
+}
+
+picoproto_ctx_s* picoproto_new_from_bytes(const char* name, const std::uint8_t* bytes, std::uint64_t count) {
+    picoproto_ctx_s* ctx = picoproto_new(name);
+    if (bytes != nullptr) (void)append(ctx, bytes, count);
+    return ctx;
+}
+
+void picoproto_free(picoproto_ctx_s* ctx) {
+    if (ctx == nullptr) return;
+    Block* block = blockOf(ctx);
+    if (ctx->name != block->inlineName) std::free(ctx->name);
+    if (ctx->buffer != block->inlineBuffer) std::free(ctx->buffer);
+    FreeList* list = freeList();
+    if (list == nullptr || !list->keep(block)) std::free(block);
+}
+
+std::int32_t picoproto_write_string_field(picoproto_ctx_s* ctx, std::uint64_t field, const char* text) {
+    if (ctx == nullptr) return PICOPROTO_MESSAGE_TOO_LONG;
+    const std::uint64_t length = text != nullptr ? std::strlen(text) : 0;
+    if (const std::int32_t status = writeKey(ctx, field, lengthDelimited)) return status;
+    if (const std::int32_t status = writeVarint(ctx, length)) return status;
+    return append(ctx, text, length);
+}
+
+std::int32_t picoproto_write_repeated_string_field(picoproto_ctx_s* ctx, std::uint64_t field,
+                                                   const char* const* texts, std::uint64_t count) {
+    if (texts == nullptr) return 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        if (const std::int32_t status = picoproto_write_string_field(ctx, field, texts[i])) return status;
+    }
+    return 0;
+}
+
+std::int32_t picoproto_write_embedded_message_field(picoproto_ctx_s* ctx, std::uint64_t field,
+                                                    picoproto_ctx_s* child, int free_child) {
+    std::int32_t status = PICOPROTO_MESSAGE_TOO_LONG;
+    if (ctx != nullptr) {
+        status = writeKey(ctx, field, lengthDelimited);
+        if (status == 0) {
+            const std::uint64_t length = child != nullptr ? child->length : 0;
+            // On purpose: a refused length goes unreported; the status is that of the child's bytes.
+            (void)writeVarint(ctx, length);
+            status = append(ctx, child != nullptr ? child->buffer : nullptr, length);
+        }
+    }
+    if (free_child != 0) picoproto_free(child);
+    return status;
+}
+
+std::int32_t picoproto_write_repeated_embedded_message_field(picoproto_ctx_s* ctx, std::uint64_t field,
+                                                             picoproto_ctx_s* const* children,
+                                                             std::uint64_t count, int free_children) {
+    if (children == nullptr) return 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const std::int32_t status =
+            picoproto_write_embedded_message_field(ctx, field, children[i], free_children);
+        if (status == 0) continue;
+        // The refused child is gone already; the ones behind it are freed here.
+        while (free_children != 0 && ++i < count) picoproto_free(children[i]);
+        return status;
+    }
+    return 0;
+}
+
+std::int32_t picoproto_write_fixed32_field(picoproto_ctx_s* ctx, std::uint64_t field, std::uint32_t value) {
+    return writeFixed<4>(ctx, field, fixed32, value);
+}
+
+std::int32_t picoproto_write_fixed64_field(picoproto_ctx_s* ctx, std::uint64_t field, std::uint64_t value) {
+    return writeFixed<8>(ctx, field, fixed64, value);
+}
+
+std::int32_t picoproto_write_varint_field(picoproto_ctx_s* ctx, std::uint64_t field, std::uint64_t value) {
+    if (ctx == nullptr) return PICOPROTO_MESSAGE_TOO_LONG;
+    if (const std::int32_t status = writeKey(ctx, field, varint)) return status;
+    return writeVarint(ctx, value);
+}
+
+std::int32_t picoproto_write_double_field(picoproto_ctx_s* ctx, std::uint64_t field, double value) {
+    return picoproto_write_fixed64_field(ctx, field, convertHostDoubleToLittle(value));
+}
+
+std::uint64_t convertHostDoubleToLittle(double value) {
+    return std::bit_cast<std::uint64_t>(value);
+}
