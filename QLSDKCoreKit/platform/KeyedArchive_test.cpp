@@ -121,7 +121,7 @@ TEST(KeyedArchive, PlainValuesSurviveAndPythonAgrees) {
         {"", "''", "\"\""},
         {"caf\xC3\xA9 \xF0\x9F\x98\x80", "'caf\\xe9 \\U0001f600'", "\"caf\xC3\xA9 \xF0\x9F\x98\x80\""},
         {std::string("a\0b", 3), "'a\\x00b'", std::string("\"a\0b\"", 5)},
-        {std::string(300, 'x'), "'" + std::string(300, 'x') + "'", "\"" + std::string(300, 'x') + "\""},
+        {std::string(300, 'x'), '\'' + std::string(300, 'x') + '\'', '"' + std::string(300, 'x') + '"'},
         {"$null", "{'NS.string': '$null', '$class': 'NSString'}", "\"$null\""},
         {Data{}, "b''", "<>"},
         {Data{0, 255}, "b'\\x00\\xff'", "<00ff>"},
@@ -134,7 +134,8 @@ TEST(KeyedArchive, PlainValuesSurviveAndPythonAgrees) {
     for (const Case& c : cases) {
         values.push_back(c.value);
         python += c.python + "\n";
-        content += (content.empty() ? "[" : ", ") + c.reread;
+        content += content.empty() ? "[" : ", ";
+        content += c.reread;
     }
     const Value root(std::move(values));
     EXPECT_EQ(textOf(runPython(kDumpElements, archiveRootObject(root, RootClass::dictionary))), python);

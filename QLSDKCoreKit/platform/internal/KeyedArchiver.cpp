@@ -22,6 +22,17 @@ constexpr std::array kNullChain{keyed::kNull, keyed::kRootObject};
 
 }  // namespace
 
+KeyedArchiver::KeyedArchiver(RootClass rootClass) : rootClass_(rootClass) {
+    // Room for an ordinary queue of some ten events, so that its archive takes a fixed number of allocations.
+    objects_.reserve(64);
+    uidNodes_.reserve(64);
+    retained_.reserve(16);
+    fields_.reserve(32);
+    elements_.reserve(32);
+    keys_.reserve(32);
+    classes_.reserve(8);
+}
+
 Data KeyedArchiver::archive(const ArchivedObject& root) {
     inlineObject(writer_.addText(kNullText));
     const Field top{keyNode(keyed::kRootKey), uidNode(encode(root))};
@@ -224,12 +235,16 @@ KeyedArchiver::Uid KeyedArchiver::classRecord(ClassChain chain) {
     return uid;
 }
 
-// Records of one class name their keys in the same order again and again, so the search begins behind the
-// last key found.
+// Records of one class name their keys in the same order again and again, each with the same literal: so the
+// search begins behind the last key found, and looks at addresses before it looks at texts.
 KeyedArchiver::Node KeyedArchiver::keyNode(std::string_view key) {
     for (std::size_t tried = 0; tried < keys_.size(); ++tried) {
         lastKey_ = lastKey_ + 1 < keys_.size() ? lastKey_ + 1 : 0;
-        if (keys_[lastKey_].name == key) return keys_[lastKey_].node;
+        const std::string_view known = keys_[lastKey_].name;
+        if (known.data() == key.data() && known.size() == key.size()) return keys_[lastKey_].node;
+    }
+    for (const NamedNode& known : keys_) {
+        if (known.name == key) return known.node;
     }
     lastKey_ = keys_.size();
     keys_.push_back({key, writer_.addText(key)});

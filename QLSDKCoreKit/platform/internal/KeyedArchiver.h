@@ -18,7 +18,7 @@ namespace qlsdk::platform {
 /// its contents, and the record of its class follows the contents of the first instance.
 class KeyedArchiver {
   public:
-    explicit KeyedArchiver(RootClass rootClass) noexcept : rootClass_(rootClass) {}
+    explicit KeyedArchiver(RootClass rootClass);
 
     /// The file; empty when the graph nests too deep. Text and data are borrowed from `root`.
     [[nodiscard]] Data archive(const ArchivedObject& root);

@@ -28,9 +28,8 @@ std::optional<DataView> plainBytes(const BinaryObject& object) noexcept {
 std::optional<ArchivedObject> KeyedUnarchiver::unarchive() {
     std::uint64_t root = 0;
     if (!openTop(root)) return std::nullopt;
-    ArchivedObject object = objectAt(root);
-    if (failed_) return std::nullopt;
-    return object;
+    const ArchivedObject& object = objectAt(root);
+    return failed_ ? std::nullopt : std::optional(object);
 }
 
 bool KeyedUnarchiver::openTop(std::uint64_t& root) {
