@@ -50,7 +50,9 @@ TEST_F(LinuxUserDefaults, ReadAPropertyListWrittenByHand) {
 
 TEST_F(LinuxUserDefaults, ProcessesThatWriteAtOnceLoseNoKey) {
     constexpr int kProcesses = 4;
-    constexpr int kKeys = 10;
+    constexpr int kKeys = 25;
+    int start[2];
+    ASSERT_EQ(::pipe(start), 0);
     const auto key = [](int process, int number) {
         return std::to_string(process) + "/" + std::to_string(number);
     };
@@ -58,12 +60,18 @@ TEST_F(LinuxUserDefaults, ProcessesThatWriteAtOnceLoseNoKey) {
         const pid_t child = ::fork();
         ASSERT_GE(child, 0);
         if (child != 0) continue;
+        // All wait for the end of the pipe, so that they really write at once.
+        ::close(start[1]);
+        char none = 0;
+        if (::read(start[0], &none, 1) != 0) ::_exit(1);
         const auto defaults = open();
         for (int number = 0; number < kKeys; ++number)
             defaults->setObjectForKey(number, key(process, number));
         ::_exit(0);
     }
+    ::close(start[1]);
     for (int process = 0; process < kProcesses; ++process) ASSERT_GT(::wait(nullptr), 0);
+    ::close(start[0]);
     for (int process = 0; process < kProcesses; ++process) {
         for (int number = 0; number < kKeys; ++number) {
             EXPECT_TRUE(open()->objectForKey(key(process, number)) == Value(number)) << key(process, number);
