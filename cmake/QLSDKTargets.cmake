@@ -22,7 +22,8 @@ endif()
 # Gives one of our targets the language level, the hidden visibility and the private flags.
 function(qlsdk_configure_target target)
     set_target_properties(${target} PROPERTIES
-        CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF C_STANDARD 11
+        CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
+        C_STANDARD 11 C_STANDARD_REQUIRED ON C_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
         POSITION_INDEPENDENT_CODE ON)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:qlsdk_build_flags>)
@@ -42,7 +43,7 @@ function(qlsdk_add_test name)
     add_executable(${name} ${arg_SOURCES})
     qlsdk_configure_target(${name})
     target_link_libraries(${name} PRIVATE QLSDK::CoreKit QLSDK::Testing GTest::gmock_main ${arg_LIBRARIES})
-    target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
+    target_precompile_headers(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:<gtest/gtest.h$<ANGLE-R>>)
     set(temporary ${PROJECT_BINARY_DIR}/tmp)
     file(MAKE_DIRECTORY ${temporary})
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120

@@ -10,10 +10,11 @@
 
 namespace qlsdk::platform {
 
-/// Where the HTTP session of the Linux platform connects to, and how. Certificates are verified in every case.
+/// Where the HTTP session of the Linux platform connects to, and how. Certificates are verified in every
+/// case.
 struct HttpOptions {
-    /// "HOST:PORT" that every connection goes to instead of the URL's own; the name in the certificate is still
-    /// the URL's. For staging servers and tests.
+    /// "HOST:PORT" that every connection goes to instead of the URL's own; the name in the certificate is
+    /// still the URL's. For staging servers and tests.
     std::optional<std::string> connectTo;
     /// PEM file of the certificate authorities to trust instead of the system's.
     std::optional<std::string> caFile;

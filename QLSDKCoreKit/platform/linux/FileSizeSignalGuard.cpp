@@ -1,0 +1,42 @@
+#include "QLSDKCoreKit/platform/linux/internal/FileSizeSignalGuard.h"
+
+#include <cerrno>
+#include <ctime>
+
+namespace qlsdk::platform {
+
+namespace {
+
+sigset_t fileSizeSignal() noexcept {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGXFSZ);
+    return set;
+}
+
+bool isPending() noexcept {
+    sigset_t pending;
+    return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
+}
+
+}  // namespace
+
+FileSizeSignalGuard::FileSizeSignalGuard() noexcept {
+    // A signal that was already waiting is the host's business.
+    if (isPending()) return;
+    const sigset_t set = fileSizeSignal();
+    active_ = pthread_sigmask(SIG_BLOCK, &set, &previousMask_) == 0;
+}
+
+FileSizeSignalGuard::~FileSizeSignalGuard() {
+    if (!active_) return;
+    const int error = errno;
+    const sigset_t set = fileSizeSignal();
+    const timespec noWait{};
+    while (isPending() && sigtimedwait(&set, nullptr, &noWait) < 0 && errno == EINTR) {
+    }
+    pthread_sigmask(SIG_SETMASK, &previousMask_, nullptr);
+    errno = error;
+}
+
+}  // namespace qlsdk::platform
