@@ -62,7 +62,8 @@ OSStatus FakeKeychain::itemCopyMatching(const Dictionary& query, Value* result) 
     const std::lock_guard lock(mutex_);
     if (failure_) return *failure_;
     const Value* limit = query.find(kSecMatchLimit);
-    const bool all = limit != nullptr && *limit == Value(kSecMatchLimitAll);
+    const bool all =
+        limit != nullptr ? *limit == Value(kSecMatchLimitAll) : query.contains(kSecReturnAttributes);
     Array found;
     for (const Dictionary& item : items_) {
         if (!matches(item, query)) continue;
