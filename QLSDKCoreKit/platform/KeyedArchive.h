@@ -57,7 +57,7 @@ class QLSDK_EXPORT ArchivedObject {
     [[nodiscard]] std::optional<Entries> entries() const;
 
   private:
-    friend class KeyedEncoder;
+    friend class KeyedArchiver;
     std::variant<Value, std::shared_ptr<Archivable>, std::shared_ptr<const List>,
                  std::shared_ptr<const Entries>>
         content_;
@@ -74,7 +74,8 @@ struct ArchivableClass {
 enum class RootClass { dictionary, mutableDictionary };
 
 /// The archive of one object graph: a keyed archive in the binary property-list format. Containers that the
-/// graph shares are written once. A graph nested over 512 levels gives an empty result.
+/// graph shares are written once. Empty when the graph nests over 512 levels or memory runs out; never
+/// throws.
 [[nodiscard]] QLSDK_EXPORT Data archiveRootObject(const ArchivedObject& root, RootClass rootClass);
 
 /// Reads an archive back. Absent when it is damaged in any way, cyclic, nested over 512 levels, no keyed

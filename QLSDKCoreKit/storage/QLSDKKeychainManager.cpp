@@ -1,6 +1,7 @@
 #include "QLSDKCoreKit/storage/QLSDKKeychainManager.h"
 
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/Utf8.h"
 
 namespace qlsdk {
 
@@ -102,6 +103,7 @@ void QLSDKKeychainManager::removeAllDataExcludingWhitelist(
         const Value generic = item[platform::kSecAttrGeneric];
         if (generic.data() == nullptr) continue;
         const std::string key = textOf(*generic.data());
+        if (!platform::isValidUtf8(key)) continue;
         if (whitelist == nullptr || !whitelist->contains(key)) removeDataForKey(key);
     }
 }

@@ -1,0 +1,191 @@
+#include "QLSDKCoreKit/picoproto/picoproto.h"
+
+#include <google/protobuf/unknown_field_set.h>
+
+#include <bit>
+#include <limits>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "QLSDKCoreKit/picoproto/MessageContext.h"
+
+namespace qlsdk {
+namespace {
+
+using google::protobuf::UnknownFieldSet;
+
+std::string bytesOfMessage(const MessageContext& message) { return textOf(encodedBytes(*message)); }
+
+/// A message of `length` bytes: one string field that is filled up.
+MessageContext filledTo(std::uint64_t length) {
+    const std::vector<std::uint8_t> bytes(length, 'x');
+    return MessageContext(picoproto_new_from_bytes("Filled", bytes.data(), bytes.size()));
+}
+
+TEST(Picoproto, WritesEveryFieldKindAsProtobufDoes) {
+    UnknownFieldSet judge;
+    MessageContext message(picoproto_new("All"));
+    MessageContext child(picoproto_new(nullptr));
+    picoproto_write_varint_field(child.get(), 6, 3);
+    for (const std::uint64_t field : {1ULL, 15ULL, 16ULL, 100ULL, (1ULL << 29) - 1}) {
+        const auto number = static_cast<int>(field);
+        for (const std::uint64_t value :
+             {0ULL, 1ULL, 127ULL, 128ULL, 300ULL, 1ULL << 35, ~0ULL, static_cast<unsigned long long>(-1LL)}) {
+            picoproto_write_varint_field(message.get(), field, value);
+            judge.AddVarint(number, value);
+        }
+        picoproto_write_fixed32_field(message.get(), field, 0x01020304);
+        judge.AddFixed32(number, 0x01020304);
+        for (const double real : {0.0, -1.5, 3.25e300, std::numeric_limits<double>::infinity()}) {
+            picoproto_write_double_field(message.get(), field, real);
+            judge.AddFixed64(number, std::bit_cast<std::uint64_t>(real));
+        }
+        picoproto_write_string_field(message.get(), field, "na\xC3\xAFve");
+        *judge.AddLengthDelimited(number) = "na\xC3\xAFve";
+        picoproto_write_embedded_message_field(message.get(), field, child.get(), 0);
+        *judge.AddLengthDelimited(number) = std::string("\x30\x03", 2);
+    }
+    EXPECT_EQ(bytesOfMessage(message), judge.SerializeAsString());
+}
+
+TEST(Picoproto, StopsATextAtItsNulAndTakesNullForEmpty) {
+    MessageContext message(picoproto_new("M"));
+    EXPECT_EQ(picoproto_write_string_field(message.get(), 1, "ab\0cd"), 0);
+    EXPECT_EQ(picoproto_write_string_field(message.get(), 1, ""), 0);
+    EXPECT_EQ(picoproto_write_string_field(message.get(), 1, nullptr), 0);
+    EXPECT_EQ(bytesOfMessage(message), std::string("\x0A\x02"
+                                                   "ab\x0A\x00\x0A\x00",
+                                                   8));
+}
+
+TEST(Picoproto, GrowsByExactNeedPlusASpare) {
+    MessageContext message(picoproto_new("M"));
+    EXPECT_EQ(message->capacity, 1024u);
+    EXPECT_EQ(message->length, 0u);
+    const std::string body(1021, 'x');
+    picoproto_write_string_field(message.get(), 1, body.c_str());
+    EXPECT_EQ(message->length, 1024u);
+    EXPECT_EQ(message->capacity, 1024u);
+    picoproto_write_varint_field(message.get(), 1, 0);
+    EXPECT_EQ(message->length, 1026u);
+    EXPECT_EQ(message->capacity, 2049u) << "one byte at a time: 1024 + 1 + 1024";
+
+    const MessageContext exact = filledTo(1024);
+    EXPECT_EQ(exact->capacity, 1024u);
+    const MessageContext over = filledTo(1025);
+    EXPECT_EQ(over->capacity, 2049u);
+    const MessageContext nearCeiling = filledTo(131000);
+    EXPECT_EQ(nearCeiling->capacity, 131072u);
+}
+
+TEST(Picoproto, HoldsExactlyTheCeilingAndNotOneByteMore) {
+    EXPECT_EQ(filledTo(131072)->length, 131072u);
+    const MessageContext tooLong = filledTo(131073);
+    EXPECT_EQ(tooLong->length, 0u);
+    EXPECT_EQ(tooLong->capacity, 131072u) << "the buffer has grown before the refusal";
+
+    MessageContext message = filledTo(131072 - 5);
+    EXPECT_EQ(picoproto_write_string_field(message.get(), 1, "abc"), 0);
+    EXPECT_EQ(message->length, 131072u);
+    EXPECT_EQ(picoproto_write_varint_field(message.get(), 1, 1), 40);
+    EXPECT_EQ(message->length, 131072u);
+}
+
+TEST(Picoproto, KeepsThePartOfAFieldThatStillFits) {
+    struct Case {
+        const char* what;
+        std::uint64_t room;
+        std::int32_t (*write)(picoproto_ctx_s*);
+        std::int32_t status;
+        std::uint64_t written;
+    };
+    const Case cases[] = {
+        {"varint cut after one byte", 2, [](auto* m) { return picoproto_write_varint_field(m, 1, 300); }, 40, 2},
+        {"key cut", 1, [](auto* m) { return picoproto_write_varint_field(m, 100, 1); }, 40, 1},
+        {"no room for the key", 0, [](auto* m) { return picoproto_write_string_field(m, 1, "a"); }, 40, 0},
+        {"text refused whole", 4, [](auto* m) { return picoproto_write_string_field(m, 1, "abc"); }, 40, 2},
+        {"fixed32 body refused in silence", 4,
+         [](auto* m) { return picoproto_write_fixed32_field(m, 1, 7); }, 0, 1},
+        {"fixed64 body refused in silence", 8,
+         [](auto* m) { return picoproto_write_fixed64_field(m, 1, 7); }, 0, 1},
+        {"fixed32 key refused", 0, [](auto* m) { return picoproto_write_fixed32_field(m, 1, 7); }, 40, 0},
+        {"double key refused", 0, [](auto* m) { return picoproto_write_double_field(m, 1, 7); }, 40, 0},
+    };
+    for (const Case& c : cases) {
+        MessageContext message = filledTo(131072 - c.room);
+        EXPECT_EQ(c.write(message.get()), c.status) << c.what;
+        EXPECT_EQ(message->length, 131072 - c.room + c.written) << c.what;
+    }
+}
+
+TEST(Picoproto, EmbeddingIgnoresTheStatusOfTheLength) {
+    // One byte of room behind the key: the first byte of a two-byte length still fits, the second does not, and
+    // the empty rest of the child is not what is refused.
+    MessageContext message = filledTo(131072 - 2);
+    picoproto_ctx_s* child = picoproto_new_from_bytes(nullptr, std::vector<std::uint8_t>(200).data(), 200);
+    EXPECT_EQ(picoproto_write_embedded_message_field(message.get(), 1, child, 1), 40);
+    EXPECT_EQ(message->length, 131072u);
+
+    MessageContext full = filledTo(131072 - 1);
+    picoproto_ctx_s* empty = picoproto_new(nullptr);
+    EXPECT_EQ(picoproto_write_embedded_message_field(full.get(), 1, empty, 1), 0)
+        << "the length was refused, the child's no bytes were not";
+    EXPECT_EQ(full->length, 131072u);
+}
+
+TEST(Picoproto, RepeatedFieldsStopAtTheFirstRefusalAndFreeEveryChild) {
+    // Leaks and double frees show under the address sanitizer.
+    MessageContext message = filledTo(131072 - 3);
+    picoproto_ctx_s* children[] = {picoproto_new("a"), picoproto_new("b"), picoproto_new("c")};
+    EXPECT_EQ(picoproto_write_repeated_embedded_message_field(message.get(), 1, children, 3, 1), 40);
+    EXPECT_EQ(message->length, 131072u);
+
+    MessageContext kept(picoproto_new("M"));
+    MessageContext child(picoproto_new("a"));
+    picoproto_ctx_s* same[] = {child.get(), child.get()};
+    EXPECT_EQ(picoproto_write_repeated_embedded_message_field(kept.get(), 1, same, 2, 0), 0);
+    EXPECT_EQ(picoproto_write_repeated_embedded_message_field(kept.get(), 1, same, 0, 1), 0);
+    const char* const texts[] = {"x", "y"};
+    EXPECT_EQ(picoproto_write_repeated_string_field(kept.get(), 2, texts, 2), 0);
+    EXPECT_EQ(picoproto_write_repeated_string_field(kept.get(), 2, texts, 0), 0);
+    EXPECT_EQ(bytesOfMessage(kept), std::string("\x0A\x00\x0A\x00\x12\x01x\x12\x01y", 10));
+}
+
+TEST(Picoproto, NullArgumentsHaveTheirStatedOutcome) {
+    picoproto_free(nullptr);
+    EXPECT_EQ(picoproto_write_varint_field(nullptr, 1, 1), 40);
+    EXPECT_EQ(picoproto_write_fixed32_field(nullptr, 1, 1), 40);
+    EXPECT_EQ(picoproto_write_string_field(nullptr, 1, "a"), 40);
+    EXPECT_EQ(picoproto_write_embedded_message_field(nullptr, 1, picoproto_new("freed"), 1), 40);
+    MessageContext message(picoproto_new_from_bytes(nullptr, nullptr, 7));
+    EXPECT_EQ(message->name, nullptr);
+    EXPECT_EQ(picoproto_write_repeated_string_field(message.get(), 1, nullptr, 3), 0);
+    EXPECT_EQ(picoproto_write_repeated_embedded_message_field(message.get(), 1, nullptr, 3, 1), 0);
+    EXPECT_EQ(message->length, 0u);
+    EXPECT_EQ(picoproto_write_embedded_message_field(message.get(), 1, nullptr, 1), 0);
+    EXPECT_EQ(bytesOfMessage(message), std::string("\x0A\x00", 2));
+}
+
+TEST(Picoproto, ContextsMayMoveBetweenThreads) {
+    const std::string longName(100, 'n');
+    std::vector<MessageContext> made(64);
+    std::thread maker([&] {
+        for (MessageContext& message : made) {
+            message.reset(picoproto_new(longName.c_str()));
+            picoproto_write_varint_field(message.get(), 1, 300);
+        }
+    });
+    maker.join();
+    for (MessageContext& message : made) {
+        EXPECT_EQ(message->name, longName);
+        EXPECT_EQ(message->length, 3u);
+        message.reset();
+    }
+    const MessageContext reused(picoproto_new("fresh"));
+    EXPECT_EQ(reused->length, 0u);
+    EXPECT_STREQ(reused->name, "fresh");
+}
+
+}  // namespace
+}  // namespace qlsdk

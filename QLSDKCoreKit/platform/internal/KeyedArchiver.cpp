@@ -1,0 +1,264 @@
+#include "QLSDKCoreKit/platform/internal/KeyedArchiver.h"
+
+#include "QLSDKCoreKit/platform/KeyedCoder.h"
+#include "QLSDKCoreKit/platform/internal/KeyedArchiveFormat.h"
+#include "QLSDKCoreKit/platform/internal/Nesting.h"
+#include "QLSDKCoreKit/platform/internal/Unicode.h"
+
+namespace qlsdk::platform {
+
+namespace {
+
+using namespace std::string_view_literals;
+using keyed::kNullText;
+
+constexpr std::array kArrayChain{keyed::kArray, keyed::kRootObject};
+constexpr std::array kDictionaryChain{keyed::kDictionary, keyed::kRootObject};
+constexpr std::array kMutableDictionaryChain{keyed::kMutableDictionary, keyed::kDictionary,
+                                             keyed::kRootObject};
+constexpr std::array kStringChain{keyed::kString, keyed::kRootObject};
+constexpr std::array kDateChain{keyed::kDate, keyed::kRootObject};
+constexpr std::array kNullChain{keyed::kNull, keyed::kRootObject};
+
+}  // namespace
+
+Data KeyedArchiver::archive(const ArchivedObject& root) {
+    inlineObject(writer_.addText(kNullText));
+    const Field top{keyNode(keyed::kRootKey), uidNode(encode(root))};
+    if (failed_) return {};
+    const Field fields[] = {
+        {keyNode(keyed::kVersionKey), writer_.addInteger(keyed::kVersion)},
+        {keyNode(keyed::kArchiverKey), writer_.addText(keyed::kArchiver)},
+        {keyNode(keyed::kTopKey), writer_.addDictionary({&top, 1})},
+        {keyNode(keyed::kObjectsKey), writer_.addArray(objects_)},
+    };
+    writer_.setTop(fields);
+    return writer_.finish();
+}
+
+void KeyedArchiver::addField(std::string_view key, Node value) {
+    fields_.push_back({keyNode(key), value});
+}
+
+KeyedArchiver::Uid KeyedArchiver::encode(const ArchivedObject& object) {
+    if (const auto* value = std::get_if<Value>(&object.content_)) return encode(*value);
+    if (const auto* list = std::get_if<std::shared_ptr<const ArchivedObject::List>>(&object.content_)) {
+        return encodeArray(**list);
+    }
+    if (const auto* entries = std::get_if<std::shared_ptr<const ArchivedObject::Entries>>(&object.content_)) {
+        return encodeDictionary(**entries);
+    }
+    return encodeRecord(*std::get<std::shared_ptr<Archivable>>(object.content_));
+}
+
+KeyedArchiver::Uid KeyedArchiver::encode(const Value& value) {
+    switch (value.kind()) {
+        case Value::Kind::null:
+            return 0;
+        case Value::Kind::boolean:
+            return inlineObject(booleanNode(value.boolValue()));
+        case Value::Kind::integer:
+        case Value::Kind::unsignedInteger:
+            return inlineObject(integerNode(value.longValue()));
+        case Value::Kind::real:
+            return inlineObject(writer_.addReal(value.doubleValue()));
+        case Value::Kind::string:
+            return encodeText(*value.string());
+        case Value::Kind::data:
+            return encodeShared(*value.data());
+        case Value::Kind::date:
+            return encodeDate(value.date()->secondsSince1970);
+        case Value::Kind::array:
+            return encodeArray(*value.array());
+        case Value::Kind::dictionary:
+            return encodeDictionary(*value.dictionary());
+    }
+    return 0;
+}
+
+KeyedArchiver::Uid KeyedArchiver::encodeText(std::string_view text) {
+    const auto known = texts_.find(text);
+    if (known != texts_.end()) return known->second;
+    if (!isAscii(text) && !isValidUtf8(text)) return 0;
+    const Uid uid = text == kNullText ? encodeNullText(text) : inlineObject(writer_.addText(text));
+    texts_.emplace(text, uid);
+    return uid;
+}
+
+// Inline, this text would be read back as nil.
+KeyedArchiver::Uid KeyedArchiver::encodeNullText(std::string_view text) {
+    const Uid uid = takeNumber();
+    const std::size_t firstField = fields_.size();
+    addField(keyed::kStringKey, writer_.addText(text));
+    finishObject(uid, firstField, kStringChain);
+    return uid;
+}
+
+KeyedArchiver::Uid KeyedArchiver::encodeBytes(DataView bytes) {
+    return inlineObject(writer_.addData(bytes));
+}
+
+KeyedArchiver::Uid KeyedArchiver::encodeShared(const Data& data) {
+    if (const Uid known = identities_.find(&data)) return known;
+    const Uid uid = encodeBytes(data);
+    identities_.insert(&data, uid);
+    return uid;
+}
+
+KeyedArchiver::Uid KeyedArchiver::encodeDate(double secondsSince1970) {
+    const Uid uid = takeNumber();
+    const std::size_t firstField = fields_.size();
+    addField(keyed::kTimeKey, writer_.addReal(secondsSince1970 - kSecondsFrom1970To2001));
+    finishObject(uid, firstField, kDateChain);
+    return uid;
+}
+
+KeyedArchiver::Uid KeyedArchiver::encodeRecord(const Archivable& record) {
+    if (const Uid known = identities_.find(&record)) return known;
+    const NestingScope level(depth_);
+    failed_ = failed_ || level.tooDeep();
+    if (failed_) return 0;
+    const Uid uid = takeNumber();
+    identities_.insert(&record, uid);
+    const std::size_t firstField = fields_.size();
+    KeyedEncoder encoder(*this);
+    record.encodeWithCoder(encoder);
+    const std::string_view chain[] = {record.archivedClassName(), keyed::kRootObject};
+    finishObject(uid, firstField, chain);
+    return uid;
+}
+
+template <typename Elements>
+KeyedArchiver::Uid KeyedArchiver::encodeArray(const Elements& elements) {
+    if (const Uid known = identities_.find(&elements)) return known;
+    const NestingScope level(depth_);
+    failed_ = failed_ || level.tooDeep();
+    if (failed_) return 0;
+    const Uid uid = takeNumber();
+    identities_.insert(&elements, uid);
+    const std::size_t first = elements_.size();
+    for (const auto& element : elements) elements_.push_back(uidNode(encodeElement(element)));
+    const std::size_t firstField = fields_.size();
+    addField(keyed::kObjectsListKey, addPendingArray(first));
+    finishObject(uid, firstField, kArrayChain);
+    return uid;
+}
+
+template <typename Entries>
+KeyedArchiver::Uid KeyedArchiver::encodeDictionary(const Entries& entries) {
+    if (const Uid known = identities_.find(&entries)) return known;
+    const bool isMutableRoot = depth_ == 0 && rootClass_ == RootClass::mutableDictionary;
+    const NestingScope level(depth_);
+    failed_ = failed_ || level.tooDeep();
+    if (failed_) return 0;
+    const Uid uid = takeNumber();
+    identities_.insert(&entries, uid);
+
+    // A key that is no text cannot be written, so its entry is left out; the others survive.
+    const auto isWritable = [](const auto& entry) {
+        return isAscii(entry.first) || isValidUtf8(entry.first);
+    };
+    const std::size_t first = elements_.size();
+    for (const auto& entry : entries) {
+        if (isWritable(entry)) elements_.push_back(uidNode(encodeText(entry.first)));
+    }
+    const Node keys = addPendingArray(first);
+    for (const auto& entry : entries) {
+        if (isWritable(entry)) elements_.push_back(uidNode(encodeElement(entry.second)));
+    }
+    const Node values = addPendingArray(first);
+
+    const std::size_t firstField = fields_.size();
+    addField(keyed::kKeysListKey, keys);
+    addField(keyed::kObjectsListKey, values);
+    finishObject(uid, firstField, isMutableRoot ? ClassChain(kMutableDictionaryChain) : kDictionaryChain);
+    return uid;
+}
+
+// A container cannot hold nil; the null object stands for it there.
+template <typename Element>
+KeyedArchiver::Uid KeyedArchiver::encodeElement(const Element& element) {
+    const Uid uid = encode(element);
+    return uid != 0 || failed_ ? uid : nullObject();
+}
+
+KeyedArchiver::Uid KeyedArchiver::nullObject() {
+    if (null_ != 0) return null_;
+    null_ = takeNumber();
+    finishObject(null_, fields_.size(), kNullChain);
+    return null_;
+}
+
+KeyedArchiver::Uid KeyedArchiver::inlineObject(Node node) {
+    const Uid uid = takeNumber();
+    objects_[uid] = node;
+    return uid;
+}
+
+KeyedArchiver::Uid KeyedArchiver::takeNumber() {
+    objects_.push_back(0);
+    uidNodes_.push_back(0);
+    return static_cast<Uid>(objects_.size() - 1);
+}
+
+// Turns the fields from `firstField` on, and the class, into the record of an object.
+void KeyedArchiver::finishObject(Uid uid, std::size_t firstField, ClassChain chain) {
+    addField(keyed::kClassKey, uidNode(classRecord(chain)));
+    objects_[uid] = writer_.addDictionary(std::span(fields_).subspan(firstField));
+    fields_.resize(firstField);
+}
+
+KeyedArchiver::Uid KeyedArchiver::classRecord(ClassChain chain) {
+    for (const NamedNode& known : classes_) {
+        if (known.name == chain.front()) return known.node;
+    }
+    const Uid uid = takeNumber();
+    classes_.push_back({chain.front(), uid});
+    const std::size_t first = elements_.size();
+    for (const std::string_view name : chain) elements_.push_back(keyNode(name));
+    const Field fields[] = {
+        {keyNode(keyed::kClassNameKey), keyNode(chain.front())},
+        {keyNode(keyed::kClassesKey), addPendingArray(first)},
+    };
+    objects_[uid] = writer_.addDictionary(fields);
+    return uid;
+}
+
+// Records of one class name their keys in the same order again and again, so the search begins behind the
+// last key found.
+KeyedArchiver::Node KeyedArchiver::keyNode(std::string_view key) {
+    for (std::size_t tried = 0; tried < keys_.size(); ++tried) {
+        lastKey_ = lastKey_ + 1 < keys_.size() ? lastKey_ + 1 : 0;
+        if (keys_[lastKey_].name == key) return keys_[lastKey_].node;
+    }
+    lastKey_ = keys_.size();
+    keys_.push_back({key, writer_.addText(key)});
+    return keys_.back().node;
+}
+
+KeyedArchiver::Node KeyedArchiver::uidNode(Uid uid) {
+    if (uidNodes_[uid] == 0) uidNodes_[uid] = writer_.addUid(uid);
+    return uidNodes_[uid];
+}
+
+KeyedArchiver::Node KeyedArchiver::integerNode(std::int64_t number) {
+    if (number < 0 || number >= static_cast<std::int64_t>(smallIntegers_.size()))
+        return writer_.addInteger(number);
+    Node& node = smallIntegers_[static_cast<std::size_t>(number)];
+    if (node == 0) node = writer_.addInteger(number);
+    return node;
+}
+
+KeyedArchiver::Node KeyedArchiver::booleanNode(bool boolean) {
+    Node& node = booleans_[boolean ? 1 : 0];
+    if (node == 0) node = writer_.addBoolean(boolean);
+    return node;
+}
+
+KeyedArchiver::Node KeyedArchiver::addPendingArray(std::size_t first) {
+    const Node node = writer_.addArray(std::span(elements_).subspan(first));
+    elements_.resize(first);
+    return node;
+}
+
+}  // namespace qlsdk::platform
