@@ -12,20 +12,22 @@ namespace qlsdk::platform {
 /// a `Token` for as long as a piece of work exists. Work on the main queue is the host's and does not count.
 /// Any thread. Shared by the adapters of one platform and, like them, never destroyed.
 class QLSDK_EXPORT Activity {
+    struct State;
+
   public:
     /// One piece of work; move-only. Take the token of a follow-up before giving up one's own, so that
     /// the count never touches zero in between.
     class QLSDK_EXPORT Token {
       public:
         Token() noexcept = default;
-        explicit Token(std::shared_ptr<Activity> activity) noexcept;
+        explicit Token(const std::shared_ptr<Activity>& activity) noexcept;
         Token(Token&& other) noexcept = default;
         Token& operator=(Token&& other) noexcept;
         ~Token();
 
       private:
         void release() noexcept;
-        std::shared_ptr<Activity> activity_;
+        std::shared_ptr<State> state_;
     };
 
     Activity();
@@ -37,9 +39,12 @@ class QLSDK_EXPORT Activity {
 
     [[nodiscard]] std::size_t count() const noexcept;
 
+    /// Starts again at zero; tokens taken before no longer count. For an adapter in a child process whose
+    /// parent keeps the work: the caller makes sure that no other thread is using this object.
+    void restart();
+
   private:
-    struct State;
-    std::unique_ptr<State> state_;
+    std::shared_ptr<State> state_;
 };
 
 }  // namespace qlsdk::platform

@@ -1,0 +1,48 @@
+#include "QLSDKCoreKit/platform/linux/testing_support/Threads.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include <signal.h>
+
+namespace qlsdk::platform::testing_support {
+
+namespace {
+
+std::string nameOf(const std::filesystem::path& thread) {
+    std::string name;
+    std::getline(std::ifstream(thread / "comm"), name);
+    return name;
+}
+
+std::filesystem::directory_iterator threads() {
+    return std::filesystem::directory_iterator("/proc/self/task");
+}
+
+}  // namespace
+
+std::size_t threadCount() {
+    const auto all = threads();
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+std::size_t threadsNamed(const std::string& name) {
+    const auto all = threads();
+    return static_cast<std::size_t>(std::count_if(
+        begin(all), end(all), [&](const auto& thread) { return nameOf(thread.path()) == name; }));
+}
+
+std::string openSignals() {
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    std::string open;
+    for (int number = 1; number < NSIG; ++number) {
+        // Neither can be blocked, and the C library keeps the two after them for itself.
+        if (number == SIGKILL || number == SIGSTOP || number == 32 || number == 33) continue;
+        if (sigismember(&mask, number) == 0) open += std::to_string(number) + " ";
+    }
+    return open;
+}
+
+}  // namespace qlsdk::platform::testing_support

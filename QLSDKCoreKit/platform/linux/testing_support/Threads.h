@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace qlsdk::platform::testing_support {
+
+/// What the kernel says about this process's threads.
+[[nodiscard]] std::size_t threadCount();
+[[nodiscard]] std::size_t threadsNamed(const std::string& name);
+
+/// The signals that the calling thread could take, as text; empty when all that can be blocked are.
+[[nodiscard]] std::string openSignals();
+
+}  // namespace qlsdk::platform::testing_support
