@@ -1,5 +1,6 @@
 #include "QLSDKCoreKit/platform/Device.h"
 
+#include <algorithm>
 #include <mutex>
 
 #include <sys/utsname.h>

@@ -1,11 +1,13 @@
 #include "QLSDKCoreKit/platform/Keychain.h"
 
-#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -84,6 +86,12 @@ void appendConditions(Query& statement, const Dictionary& query) {
         if (wanted == nullptr || column.attribute == kSecValueData) continue;
         statement.add(std::exchange(separator, " AND "), column.name, " = ?", *wanted);
     }
+}
+
+std::string columnNames() {
+    std::string names;
+    for (const Column& column : kColumns) (names += names.empty() ? "" : ", ") += column.name;
+    return names;
 }
 
 Dictionary attributesOf(const SqliteStatement& row) {
@@ -215,7 +223,7 @@ OSStatus LinuxKeychain::itemCopyMatching(const Dictionary& query, Value* result)
     const Value* wantsAttributes = query.find(kSecReturnAttributes);
     const bool one = limit != nullptr ? *limit == Value(kSecMatchLimitOne)
                                       : wantsAttributes == nullptr || !wantsAttributes->boolValue();
-    Query select{"SELECT class, service, account, generic, synchronizable, accessible, data FROM items", {}};
+    Query select{"SELECT " + columnNames() + " FROM items", {}};
     appendConditions(select, query);
     select.sql += one ? " ORDER BY id LIMIT 1" : " ORDER BY id";
     return withDatabase(select, [&](SqliteConnection&, SqliteStatement& statement) {

@@ -2,10 +2,18 @@
 
 #include <openssl/crypto.h>
 
+#include "QLSDKCoreKit/platform/linux/internal/ExitGate.h"
+
 namespace qlsdk::platform {
 
 bool ensureOpenSsl() noexcept {
-    static const bool ready = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+    static const bool ready = [] {
+        const bool initialised = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
+        // For a host that came first: its teardown, at exit or by its own call, finds our threads parked.
+        OPENSSL_atexit([] { ExitGate::close(); });
+        ExitGate::arm();
+        return initialised;
+    }();
     return ready;
 }
 

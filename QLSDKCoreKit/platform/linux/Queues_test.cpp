@@ -16,7 +16,7 @@
 
 #include "QLSDKCoreKit/platform/Activity.h"
 #include "QLSDKCoreKit/platform/conformance/QueuesConformance.h"
-#include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
+#include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/Threads.h"
 #include "QLSDKCoreKit/platform/testing/ManualQueues.h"
 
@@ -44,12 +44,19 @@ constexpr auto kLong = 60'000ms;
 
 constexpr uid_t kNobody = 65534;
 
-const std::shared_ptr<Activity>& activity() {
-    static const auto& leaked = *new std::shared_ptr<Activity>(std::make_shared<Activity>());
+const Platform& linuxPlatform() {
+    static const auto& leaked = *new Platform(makeLinuxPlatform({}));
     return leaked;
 }
 
-const QueuesUnderTest kLinux{"Linux", [] { return makeLinuxQueues(activity()); },
+const std::shared_ptr<Activity>& activity() {
+    return linuxPlatform().activity;
+}
+std::shared_ptr<Queues> linuxQueues() {
+    return linuxPlatform().queues;
+}
+
+const QueuesUnderTest kLinux{"Linux", linuxQueues,
                              [](Queues&) { ASSERT_TRUE(activity()->waitUntilIdle(kLong)); }};
 const QueuesUnderTest kManual{"Manual", [] { return std::make_shared<ManualQueues>(); },
                               [](Queues& queues) { static_cast<ManualQueues&>(queues).runUntilIdle(); }};
@@ -87,7 +94,7 @@ bool inChild(const std::function<bool()>& body) {
 
 TEST(LinuxQueues, StartsAtMostTwoNamedThreadsWithTheFirstTask) {
     const std::size_t before = threadCount();
-    const auto queues = makeLinuxQueues(activity());
+    const auto queues = linuxQueues();
     const auto first = queues->makeSerialQueue("first");
     EXPECT_EQ(threadCount(), before);
 
@@ -98,7 +105,7 @@ TEST(LinuxQueues, StartsAtMostTwoNamedThreadsWithTheFirstTask) {
 }
 
 TEST(LinuxQueues, BlocksEverySignalOnItsThreadsAndLeavesTheCallersMask) {
-    const auto queue = makeLinuxQueues(activity())->makeSerialQueue("signals");
+    const auto queue = linuxQueues()->makeSerialQueue("signals");
     std::promise<std::string> blocked;
     queue->async([&blocked] { blocked.set_value(testing_support::openSignals()); });
     EXPECT_EQ(blocked.get_future().get(), "");
@@ -109,7 +116,7 @@ TEST(LinuxQueues, BlocksEverySignalOnItsThreadsAndLeavesTheCallersMask) {
 }
 
 TEST(LinuxQueues, RunsTwoQueuesSideBySide) {
-    const auto queues = makeLinuxQueues(activity());
+    const auto queues = linuxQueues();
     const auto first = queues->makeSerialQueue("first");
     const auto second = queues->makeSerialQueue("second");
     std::promise<void> opened;
@@ -128,7 +135,7 @@ TEST(LinuxQueues, CountsTaskUntilWhatItHeldIsGone) {
         explicit LooksWhenDestroyed(std::promise<std::size_t>* promise) : count(promise) {}
         ~LooksWhenDestroyed() { count->set_value(activity()->count()); }
     };
-    const auto queue = makeLinuxQueues(activity())->makeSerialQueue("counted");
+    const auto queue = linuxQueues()->makeSerialQueue("counted");
     std::promise<std::size_t> whileDestroyed;
     std::promise<void> mayRun;
     queue->async([&mayRun, held = std::make_shared<LooksWhenDestroyed>(&whileDestroyed)] {
@@ -142,7 +149,7 @@ TEST(LinuxQueues, CountsTaskUntilWhatItHeldIsGone) {
 }
 
 TEST(LinuxQueues, NeverTouchesZeroBetweenTaskAndFollowUp) {
-    const auto queue = makeLinuxQueues(activity())->makeSerialQueue("chain");
+    const auto queue = linuxQueues()->makeSerialQueue("chain");
     int left = 5'000;
     std::function<void()> next = [&] {
         if (--left > 0) queue->async(next);
@@ -159,7 +166,7 @@ TEST(LinuxQueues, KeepsTasksWhileTheSystemHasNoRoomForThreads) {
         rlimit before{};
         getrlimit(RLIMIT_NPROC, &before);
         const rlimit none{0, before.rlim_max};
-        const auto queue = makeLinuxQueues(activity())->makeSerialQueue("no room");
+        const auto queue = linuxQueues()->makeSerialQueue("no room");
         int ran = 0;
         setrlimit(RLIMIT_NPROC, &none);
         queue->async([&ran] { ++ran; });
@@ -171,7 +178,7 @@ TEST(LinuxQueues, KeepsTasksWhileTheSystemHasNoRoomForThreads) {
 }
 
 TEST(LinuxQueues, StartsAfreshInChildAndLeavesParentsTasksToTheParent) {
-    const auto queues = makeLinuxQueues(activity());
+    const auto queues = linuxQueues();
     const auto busy = queues->makeSerialQueue("busy");
     const auto queue = queues->makeSerialQueue("forked");
     std::atomic<bool> stop{false};
@@ -197,7 +204,7 @@ TEST(LinuxQueues, StartsAfreshInChildAndLeavesParentsTasksToTheParent) {
 }
 
 TEST(LinuxMainQueue, IsReadableExactlyWhileTasksWait) {
-    const auto main = makeLinuxQueues(activity())->mainQueue();
+    const auto main = linuxQueues()->mainQueue();
     main->async([] {});
     const int descriptor = main->fileDescriptor();
     ASSERT_GE(descriptor, 0);
@@ -217,7 +224,7 @@ TEST(LinuxMainQueue, IsReadableExactlyWhileTasksWait) {
 }
 
 TEST(LinuxMainQueue, RunsUntilStoppedAfterTheTaskInHand) {
-    const auto main = makeLinuxQueues(activity())->mainQueue();
+    const auto main = linuxQueues()->mainQueue();
     std::vector<int> seen;
     main->stop();
     main->async([&] {
@@ -235,7 +242,7 @@ TEST(LinuxMainQueue, RunsUntilStoppedAfterTheTaskInHand) {
 }
 
 TEST(LinuxMainQueue, WakesBlockedRunFromAnotherThread) {
-    const auto main = makeLinuxQueues(activity())->mainQueue();
+    const auto main = linuxQueues()->mainQueue();
     std::promise<bool> current;
     std::thread pump([&main] { main->run(); });
     main->async([&] { current.set_value(main->isCurrent()); });
@@ -245,7 +252,7 @@ TEST(LinuxMainQueue, WakesBlockedRunFromAnotherThread) {
 }
 
 TEST(LinuxMainQueue, OwnThreadPumpsAndOutlivesStop) {
-    const auto main = makeLinuxQueues(activity())->mainQueue();
+    const auto main = linuxQueues()->mainQueue();
     main->startThread();
     main->startThread();
     runOneTask(*main);
@@ -255,7 +262,7 @@ TEST(LinuxMainQueue, OwnThreadPumpsAndOutlivesStop) {
 }
 
 TEST(LinuxMainQueue, StartsEmptyInChildUnderTheSameDescriptor) {
-    const auto main = makeLinuxQueues(activity())->mainQueue();
+    const auto main = linuxQueues()->mainQueue();
     const int descriptor = main->fileDescriptor();
     main->startThread();
     runOneTask(*main);
@@ -272,7 +279,7 @@ TEST(LinuxMainQueue, StartsEmptyInChildUnderTheSameDescriptor) {
 }
 
 TEST(LinuxMainQueue, HostMayForkInsideTaskAndGoOnPumping) {
-    const auto main = makeLinuxQueues(activity())->mainQueue();
+    const auto main = linuxQueues()->mainQueue();
     int parentsOwn = 0;
     pid_t child = -1;
     main->async([&child] { child = fork(); });

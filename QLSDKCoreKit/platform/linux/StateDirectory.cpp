@@ -1,5 +1,6 @@
 #include "QLSDKCoreKit/platform/linux/internal/StateDirectory.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <utility>

@@ -1,0 +1,47 @@
+#include "QLSDKCoreKit/platform/linux/internal/HttpRequestCheck.h"
+
+#include <algorithm>
+#include <string_view>
+
+namespace qlsdk::platform {
+
+namespace {
+
+constexpr std::string_view kLineBreakers("\r\n\0", 3);
+
+bool isTokenCharacter(char c) noexcept {
+    constexpr std::string_view kSymbols = "!#$%&'*+-.^_`|~";
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+           kSymbols.find(c) != std::string_view::npos;
+}
+
+bool isToken(std::string_view text) noexcept {
+    return !text.empty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
+}
+
+bool breaksLine(std::string_view text) noexcept {
+    return text.find_first_of(kLineBreakers) != std::string_view::npos;
+}
+
+bool isHttps(std::string_view url) noexcept {
+    constexpr std::string_view kScheme = "https://";
+    return url.size() > kScheme.size() &&
+           std::equal(kScheme.begin(), kScheme.end(), url.begin(), [](char expected, char c) {
+               return expected == (c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
+           });
+}
+
+}  // namespace
+
+std::optional<std::string> reasonToRefuse(const UrlRequest& request) {
+    if (!isHttps(request.url)) return "not an https URL";
+    if (breaksLine(request.url)) return "forbidden byte in the URL";
+    if (!isToken(request.method)) return "forbidden byte in the method";
+    for (const auto& [name, value] : request.headers) {
+        if (!isToken(name)) return "forbidden byte in a header name";
+        if (breaksLine(value)) return "forbidden byte in a header value";
+    }
+    return std::nullopt;
+}
+
+}  // namespace qlsdk::platform
