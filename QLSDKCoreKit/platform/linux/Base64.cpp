@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 
 #include <openssl/evp.h>
 
