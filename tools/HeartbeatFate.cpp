@@ -28,11 +28,11 @@ std::string answerOf(const ObservedTask& task) {
     return text;
 }
 
+}  // namespace
+
 bool isFinal(const ObservedTask& task) {
     return !task.error.has_value() && (task.response->statusCode == 200 || task.response->statusCode == 403);
 }
-
-}  // namespace
 
 WaitingRecords readWaitingRecords(const std::string& path) {
     WaitingRecords records;

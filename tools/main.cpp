@@ -45,8 +45,9 @@ bool asksForHelp(std::span<const std::string_view> words) {
 }
 
 int run(std::span<const std::string_view> words) {
-    const std::vector<Subcommand> subcommands{quillkit::collectCommand(), quillkit::inspectCommand(),
-                                              quillkit::probeCommand(), quillkit::sendCommand()};
+    const std::vector<Subcommand> subcommands{quillkit::collectCommand(), quillkit::sendCommand(),
+                                              quillkit::configCommand(),  quillkit::linkCommand(),
+                                              quillkit::probeCommand(),   quillkit::inspectCommand()};
     if (words.empty()) throw quillkit::UsageError("a subcommand is missing");
     if (words[0] == "--help") {
         std::cout << overview(subcommands);
