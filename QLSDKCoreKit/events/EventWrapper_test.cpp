@@ -14,8 +14,8 @@ constexpr std::array kClasses = {
     platform::ArchivableClass{EncodablePicoproto::kClassName, EncodablePicoproto::initWithCoder}};
 
 std::shared_ptr<EventWrapper> throughAnArchive(std::shared_ptr<platform::Archivable> record) {
-    const Data bytes = platform::archiveRootObject(ArchivedObject(std::move(record)),
-                                                   platform::RootClass::dictionary);
+    const Data bytes =
+        platform::archiveRootObject(ArchivedObject(std::move(record)), platform::RootClass::dictionary);
     const auto root = platform::unarchiveRootObject(bytes, kClasses);
     return root ? eventWrapperOf(*root) : nullptr;
 }
@@ -64,9 +64,8 @@ TEST(EventWrapper, ANullEventAndMissingKeysReadAsNothing) {
 TEST(EventWrapper, SomethingElseInTheEventsPlaceIsWrittenBack) {
     const auto foreign = throughAnArchive(std::make_shared<Foreign>());
     ASSERT_NE(foreign, nullptr);
-    const Data again =
-        platform::archiveRootObject(ArchivedObject(std::shared_ptr<platform::Archivable>(foreign)),
-                                    platform::RootClass::dictionary);
+    const Data again = platform::archiveRootObject(
+        ArchivedObject(std::shared_ptr<platform::Archivable>(foreign)), platform::RootClass::dictionary);
     EXPECT_NE(textOf(again).find("not an event"), std::string::npos);
 }
 

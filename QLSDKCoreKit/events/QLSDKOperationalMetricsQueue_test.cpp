@@ -1,8 +1,9 @@
 #include "QLSDKCoreKit/events/QLSDKOperationalMetricsQueue.h"
 
-#include <wire/metrics.pb.h>
-
+#include <cmath>
 #include <limits>
+
+#include <wire/metrics.pb.h>
 
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
@@ -93,8 +94,8 @@ TEST_F(QLSDKOperationalMetricsQueueTest, AnyNameIsLegal) {
 TEST_F(QLSDKOperationalMetricsQueueTest, MessagesOfOtherNamesAreLeftOut) {
     EventList events;
     for (const char* name : {"Other", static_cast<const char*>(nullptr), "CounterMetrics", "TimerMetric"}) {
-        events.emplace_back(std::shared_ptr<platform::Archivable>(std::make_shared<EventWrapper>(
-            1, std::make_shared<EncodablePicoproto>(picoproto_new(name)))));
+        events.emplace_back(std::shared_ptr<platform::Archivable>(
+            std::make_shared<EventWrapper>(1, std::make_shared<EncodablePicoproto>(picoproto_new(name)))));
     }
     events.emplace_back(Value("no record"));
     const auto other = AnalyticsEventsQueue::create("/", nullptr, "other.plist", 1, {});

@@ -8,13 +8,16 @@ TEST(RetryPolicy, ReadsTheLeadingIntegerOfAnything) {
         const char* text;
         std::int64_t number;
     };
-    for (const Case& c : {Case{"5000", 5000}, Case{"", 0}, Case{" \t\r\n\v\f 42ms", 42}, Case{"+7", 7},
-                          Case{"-7", -7}, Case{"+-7", 0}, Case{"--7", 0}, Case{"- 7", 0}, Case{"12.9", 12},
-                          Case{"1e3", 1}, Case{"0x10", 0}, Case{"soon", 0}, Case{"007", 7},
-                          Case{"9223372036854775807", INT64_MAX}, Case{"9223372036854775808", INT64_MAX},
-                          Case{"-9223372036854775808", INT64_MIN},
-                          Case{"123456789012345678901234567890", INT64_MAX},
-                          Case{"-123456789012345678901234567890", INT64_MIN}, Case{"\xC2\xA0" "5", 0}}) {
+    for (const Case& c :
+         {Case{"5000", 5000}, Case{"", 0}, Case{" \t\r\n\v\f 42ms", 42}, Case{"+7", 7}, Case{"-7", -7},
+          Case{"+-7", 0}, Case{"--7", 0}, Case{"- 7", 0}, Case{"12.9", 12}, Case{"1e3", 1}, Case{"0x10", 0},
+          Case{"soon", 0}, Case{"007", 7}, Case{"9223372036854775807", INT64_MAX},
+          Case{"9223372036854775808", INT64_MAX}, Case{"-9223372036854775808", INT64_MIN},
+          Case{"123456789012345678901234567890", INT64_MAX},
+          Case{"-123456789012345678901234567890", INT64_MIN},
+          Case{"\xC2\xA0"
+               "5",
+               0}}) {
         EXPECT_EQ(leadingInteger(c.text), c.number) << '"' << c.text << '"';
     }
 }

@@ -30,8 +30,8 @@ class Damaged final : public platform::Archivable {
 };
 
 std::shared_ptr<EncodablePicoproto> throughAnArchive(std::shared_ptr<platform::Archivable> record) {
-    const Data bytes = platform::archiveRootObject(ArchivedObject(std::move(record)),
-                                                   platform::RootClass::dictionary);
+    const Data bytes =
+        platform::archiveRootObject(ArchivedObject(std::move(record)), platform::RootClass::dictionary);
     const auto root = platform::unarchiveRootObject(bytes, kClasses);
     return root ? std::dynamic_pointer_cast<EncodablePicoproto>(root->record()) : nullptr;
 }
@@ -39,7 +39,9 @@ std::shared_ptr<EncodablePicoproto> throughAnArchive(std::shared_ptr<platform::A
 TEST(EncodablePicoproto, SurvivesAnArchiveWithBytesLengthAndName) {
     const std::string every(131072, '\xAA');
     for (const std::string& content : {std::string(), std::string("\0\x01\xFF", 3), every}) {
-        for (const char* name : {static_cast<const char*>(nullptr), "Heartbeat", "Stra\xC3\x9F" "e"}) {
+        for (const char* name : {static_cast<const char*>(nullptr), "Heartbeat",
+                                 "Stra\xC3\x9F"
+                                 "e"}) {
             const auto bytes = bytesOf(content);
             const auto restored = throughAnArchive(std::make_shared<EncodablePicoproto>(
                 picoproto_new_from_bytes(name, bytes.data(), bytes.size())));

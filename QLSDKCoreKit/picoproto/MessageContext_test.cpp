@@ -1,9 +1,9 @@
 #include "QLSDKCoreKit/picoproto/MessageContext.h"
 
-#include <wire/timestamp.pb.h>
-
 #include <cmath>
 #include <limits>
+
+#include <wire/timestamp.pb.h>
 
 namespace qlsdk {
 namespace {

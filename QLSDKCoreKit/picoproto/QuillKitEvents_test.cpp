@@ -1,8 +1,8 @@
 #include "QLSDKCoreKit/picoproto/QuillKitEvents.h"
 
-#include <wire/kit_events.pb.h>
-
 #include <string>
+
+#include <wire/kit_events.pb.h>
 
 #include "QLSDKCoreKit/picoproto/MessageContext.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
@@ -24,9 +24,10 @@ TEST(QuillKitEvents, KitEventBaseCarriesTheKitAndItsHostInTheEstablishedOrder) {
         QuillKitEvents::kitEventBaseWithKitType(QLSDKKitTypeSharing, &addressInThisKit));
     EXPECT_STREQ(base->name, "KitEventBase");
     const std::string bytes = textOf(encodedBytes(*base));
-    EXPECT_TRUE(bytes.starts_with("\x30\x03\x3A\x05"
-                                  "2.0.1\x0A\x03"
-                                  "abc\x1A"))
+    EXPECT_TRUE(
+        bytes.starts_with("\x30\x03\x3A\x05"
+                          "2.0.1\x0A\x03"
+                          "abc\x1A"))
         << "fields 6, 7, 1, 3, 2, 8";
     quillkit::wire::KitEventBase decoded;
     ASSERT_TRUE(decoded.ParseFromString(bytes));
@@ -41,8 +42,8 @@ TEST(QuillKitEvents, AbsentTextsAreEmptyAndANegativeKitTypeTakesFiveBytes) {
     ASSERT_TRUE(fakes.install());
 
     const MessageContext base(QuillKitEvents::kitEventBaseWithKitType(static_cast<QLSDKKitType>(-1)));
-    EXPECT_TRUE(textOf(encodedBytes(*base)).starts_with(std::string("\x30\xFF\xFF\xFF\xFF\x0F\x3A\x00\x0A\x00",
-                                                                    10)));
+    EXPECT_TRUE(
+        textOf(encodedBytes(*base)).starts_with(std::string("\x30\xFF\xFF\xFF\xFF\x0F\x3A\x00\x0A\x00", 10)));
 }
 
 TEST(QuillKitEvents, ServerEventWrapsAndConsumesThePayload) {

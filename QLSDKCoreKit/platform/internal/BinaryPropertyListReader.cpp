@@ -159,7 +159,7 @@ std::optional<BinaryObject> BinaryPropertyListReader::find(const BinaryObject& d
     return std::nullopt;
 }
 
-std::optional<std::string> textOf(const BinaryObject& object) {
+std::optional<std::string> decodedText(const BinaryObject& object) {
     if (object.kind == Kind::utf16) return utf8FromUtf16(object.bytes);
     const std::string_view text = characters(object.bytes);
     if (object.kind != Kind::ascii || !(isAscii(text) || isValidUtf8(text))) return std::nullopt;

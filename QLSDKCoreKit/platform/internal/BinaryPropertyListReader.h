@@ -41,7 +41,15 @@ struct BinaryObject {
     /// Elements of an array, entries of a dictionary.
     std::uint64_t count = 0;
 
-    [[nodiscard]] bool isText() const noexcept { return kind == Kind::ascii || kind == Kind::utf16; }
+    /// What decoding it costs, in bytes of memory.
+    [[nodiscard]] std::uint64_t cost() const noexcept {
+        const bool refers = kind == Kind::array || kind == Kind::dictionary;
+        return refers ? kReferenceCost * bytes.size() : bytes.size();
+    }
+
+  private:
+    // A reference takes at least one byte and becomes at most so many.
+    static constexpr std::uint64_t kReferenceCost = 32;
 };
 
 /// Random access to the objects of a binary property list. A view: the bytes must outlive it. Total: whatever
@@ -86,7 +94,7 @@ class BinaryPropertyListReader {
 
 /// The text of a string object as UTF-8. Absent when one-byte characters are neither ASCII nor UTF-8 (which
 /// some writers put there).
-[[nodiscard]] std::optional<std::string> textOf(const BinaryObject& object);
+[[nodiscard]] std::optional<std::string> decodedText(const BinaryObject& object);
 
 /// Whether the object is a string of exactly this ASCII text.
 [[nodiscard]] bool holdsText(const BinaryObject& object, std::string_view ascii) noexcept;

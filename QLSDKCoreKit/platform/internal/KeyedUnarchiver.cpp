@@ -35,14 +35,14 @@ std::optional<ArchivedObject> KeyedUnarchiver::unarchive() {
 
 bool KeyedUnarchiver::openTop(std::uint64_t& root) {
     const auto top = reader_.object(reader_.topObject());
-    if (!top || !spend(top->bytes.size())) return false;
+    if (!top || !spend(top->cost())) return false;
     const auto version = reader_.find(*top, keyed::kVersionKey);
     const auto archiver = reader_.find(*top, keyed::kArchiverKey);
     const auto roots = reader_.find(*top, keyed::kTopKey);
     const auto objects = reader_.find(*top, keyed::kObjectsKey);
     if (!version || version->kind != Kind::integer || version->number != keyed::kVersion) return false;
     if (!archiver || !holdsText(*archiver, keyed::kArchiver)) return false;
-    if (!roots || !spend(roots->bytes.size())) return false;
+    if (!roots || !spend(roots->cost())) return false;
     const auto reference = reader_.find(*roots, keyed::kRootKey);
     if (!reference || reference->kind != Kind::uid) return false;
     if (!objects || objects->kind != Kind::array || objects->count == 0) return false;
@@ -121,11 +121,11 @@ ArchivedObject KeyedUnarchiver::decodeScalar(const BinaryObject& object) {
 // A text or data. One object in the file may stand for many in the archive, so it is copied once.
 Value KeyedUnarchiver::decodeContent(const BinaryObject& object) {
     if (const auto known = contents_.find(object.offset); known != contents_.end()) return known->second;
-    if (!spend(object.bytes.size())) return {};
+    if (!spend(object.cost())) return {};
     Value value;
     if (object.kind == Kind::data) {
         value = Data(object.bytes.begin(), object.bytes.end());
-    } else if (std::optional<std::string> text = textOf(object)) {
+    } else if (std::optional<std::string> text = decodedText(object)) {
         value = *std::move(text);
     } else {
         failed_ = true;
@@ -135,7 +135,7 @@ Value KeyedUnarchiver::decodeContent(const BinaryObject& object) {
 
 ArchivedObject KeyedUnarchiver::decodeInstance(std::uint64_t number, const BinaryObject& record) {
     const NestingScope level(depth_);
-    if (level.tooDeep() || !spend(record.bytes.size())) return fail();
+    if (level.tooDeep() || !spend(record.cost())) return fail();
     const auto type = classOf(record);
     if (!type) return fail();
     switch (type->standard) {
@@ -176,7 +176,7 @@ ArchivedObject::List KeyedUnarchiver::decodeList(const BinaryObject& record, std
     const auto references = reader_.find(record, key);
     if (failed_ || !references) return list;
     failed_ = references->kind != Kind::array;
-    if (spend(references->bytes.size())) list.reserve(references->count);
+    if (spend(references->cost())) list.reserve(references->count);
     for (std::uint64_t i = 0; i < references->count && !failed_; ++i) {
         const auto element = reader_.object(reader_.reference(*references, i));
         if (element && element->kind == Kind::uid) {
@@ -237,7 +237,7 @@ std::optional<BinaryObject> KeyedUnarchiver::target(const std::optional<BinaryOb
 std::optional<DataView> KeyedUnarchiver::bytesOf(const BinaryObject& content) {
     std::optional<BinaryObject> object = target(content);
     if (object && object->kind == Kind::dictionary) {
-        const auto type = spend(object->bytes.size()) ? classOf(*object) : std::nullopt;
+        const auto type = spend(object->cost()) ? classOf(*object) : std::nullopt;
         failed_ = failed_ || !type;
         if (!type || type->standard != Standard::data) return std::nullopt;
         object = target(reader_.find(*object, keyed::kDataKey));
@@ -250,7 +250,7 @@ std::optional<KeyedUnarchiver::Class> KeyedUnarchiver::classOf(const BinaryObjec
     if (!reference || reference->kind != Kind::uid) return std::nullopt;
     if (const auto known = classes_.find(reference->number); known != classes_.end()) return known->second;
     const auto object = target(reference);
-    if (!object || !spend(object->bytes.size())) return std::nullopt;
+    if (!object || !spend(object->cost())) return std::nullopt;
     const auto name = reader_.find(*object, keyed::kClassNameKey);
     const auto type = name ? classNamed(*name) : std::nullopt;
     if (type) classes_.emplace(reference->number, *type);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <cstddef>
 
 #include <openssl/evp.h>
 
@@ -56,7 +57,7 @@ std::optional<Data> base64Decode(std::string_view text) {
         text.remove_prefix(piece.size());
     }
     // Padding was decoded to zero bytes.
-    bytes.resize(bytes.size() - *padding);
+    bytes.erase(bytes.end() - static_cast<std::ptrdiff_t>(*padding), bytes.end());
     return bytes;
 }
 

@@ -38,4 +38,26 @@ Data runPython(std::string_view program, DataView input) {
     return bytes;
 }
 
+std::vector<Data> evaluatePython(std::string_view prelude, const std::vector<std::string>& expressions) {
+    std::string program =
+        "import sys\n"
+        "def emit(b): sys.stdout.buffer.write(len(b).to_bytes(8, 'little') + b)\n";
+    program += prelude;
+    program += '\n';
+    for (const std::string& expression : expressions) program += "emit(" + expression + ")\n";
+    const Data output = runPython(program);
+    std::vector<Data> results;
+    DataView rest = output;
+    while (rest.size() >= 8) {
+        std::uint64_t size = 0;
+        for (int i = 7; i >= 0; --i) size = size << 8 | rest[static_cast<std::size_t>(i)];
+        rest = rest.subspan(8);
+        results.emplace_back(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(size));
+        rest = rest.subspan(size);
+    }
+    EXPECT_EQ(results.size(), expressions.size());
+    results.resize(expressions.size());
+    return results;
+}
+
 }  // namespace qlsdk::platform::testing

@@ -1,0 +1,91 @@
+#include <functional>
+#include <iostream>
+#include <thread>
+
+#include "Collector.h"
+#include "Failure.h"
+#include "Subcommand.h"
+#include <pthread.h>
+#include <signal.h>
+
+#include "QLSDKCoreKit/core/QLSDKTweaks.h"
+
+namespace quillkit {
+
+namespace {
+
+/// Blocks the signals that end the collector in this thread and all that it starts, so that one thread can
+/// wait for them and no work is done in a handler.
+sigset_t blockEndSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+/// A thread that stops the collector when an end signal comes.
+class SignalWaiter {
+  public:
+    SignalWaiter(const sigset_t& signals, Collector& collector)
+        : thread_([signals, &collector] {
+              int signal = 0;
+              sigwait(&signals, &signal);
+              collector.stop();
+          }) {}
+    SignalWaiter(const SignalWaiter&) = delete;
+    SignalWaiter& operator=(const SignalWaiter&) = delete;
+    ~SignalWaiter() {
+        // Wakes the thread when no signal had come.
+        pthread_kill(thread_.native_handle(), SIGTERM);
+        thread_.join();
+    }
+
+  private:
+    std::thread thread_;
+};
+
+std::string apiHost() {
+    const std::string url = qlsdk::QLSDKTweaks::shared().quillKitApiBaseUrl();
+    return url.substr(url.find("//") + 2);
+}
+
+int collect(const Arguments& arguments) {
+    const sigset_t signals = blockEndSignals();
+    const std::vector<std::string> answers = arguments.valuesOf("--answer");
+    AnswerScript script(answers);
+    const auto port = static_cast<int>(integerArgument(*arguments.value("--port"), "--port", 0, 65535));
+    const ServerIdentity identity = serverIdentity(*arguments.value("--state"), apiHost());
+    RequestLog log(arguments.value("--log"));
+    Collector collector(identity.server, script, log, arguments.value("--config"));
+    const int bound = collector.bind(port);
+    std::optional<SignalWaiter> waiter;
+    const bool endedWell = collector.serve([&] {
+        std::cout << "127.0.0.1:" << bound << '\n' << identity.authorityFile << std::endl;
+        waiter.emplace(signals, collector);
+    });
+    if (!endedWell) throw Failure("the listening socket failed");
+    return 0;
+}
+
+}  // namespace
+
+Subcommand collectCommand() {
+    return {.name = "collect",
+            .operandNames = "",
+            .operandCount = 0,
+            .summary = "a local HTTPS server in place of the web service",
+            .description =
+                "Listens on 127.0.0.1, prints its address and the path of its CA certificate, one line\n"
+                "each, and then one line for each request. SIGTERM or SIGINT ends it.\n",
+            .options = {{"--port", "N", "port to listen on; 0 takes a free one", Occurrence::required},
+                        {"--state", "DIR", "keeps the certificates; made when missing", Occurrence::required},
+                        {"--log", "FILE", "appends one JSON object for each request"},
+                        {"--answer", "ANSWER", "the next answer: STATUS, STATUS:HEADER=VALUE, drop, stall",
+                         Occurrence::repeated},
+                        {"--config", "FILE", "JSON that /v1/config answers; read at each request"}},
+            .run = collect};
+}
+
+}  // namespace quillkit
