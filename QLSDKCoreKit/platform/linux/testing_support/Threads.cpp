@@ -16,21 +16,13 @@ std::string nameOf(const std::filesystem::path& thread) {
     return name;
 }
 
-std::filesystem::directory_iterator threads() {
-    return std::filesystem::directory_iterator("/proc/self/task");
-}
-
 }  // namespace
 
-std::size_t threadCount() {
-    const auto all = threads();
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
-std::size_t threadsNamed(const std::string& name) {
-    const auto all = threads();
-    return static_cast<std::size_t>(std::count_if(
-        begin(all), end(all), [&](const auto& thread) { return nameOf(thread.path()) == name; }));
+std::size_t threadsNamed(const std::string& beginning) {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<std::size_t>(std::count_if(begin(threads), end(threads), [&](const auto& thread) {
+        return nameOf(thread.path()).starts_with(beginning);
+    }));
 }
 
 std::string openSignals() {
