@@ -38,8 +38,9 @@ WaitingRecords readWaitingRecords(const std::string& path) {
     WaitingRecords records;
     const auto bytes = qlsdk::platform::readFile(path, kFileCeiling);
     const auto root = bytes.has_value() ? readArchive(*bytes) : std::nullopt;
-    if (!root.has_value() || !root->entries().has_value()) return records;
-    for (const auto& [key, object] : *root->entries()) {
+    const auto entries = root.has_value() ? root->entries() : std::nullopt;
+    if (!entries.has_value()) return records;
+    for (const auto& [key, object] : *entries) {
         if (key == qlsdk::kQLSDKMaxSequenceIdKey) {
             records.maxSequenceId = static_cast<std::uint64_t>(object.value().longValue());
         } else if (key == qlsdk::kQLSDKUnsentEventsKey) {
