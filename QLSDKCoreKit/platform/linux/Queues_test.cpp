@@ -16,7 +16,7 @@
 
 #include "QLSDKCoreKit/platform/Activity.h"
 #include "QLSDKCoreKit/platform/conformance/QueuesConformance.h"
-#include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
+#include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/Threads.h"
 #include "QLSDKCoreKit/platform/testing/ManualQueues.h"
 
@@ -44,16 +44,13 @@ constexpr auto kLong = 60'000ms;
 
 constexpr uid_t kNobody = 65534;
 
-const Platform& linuxPlatform() {
-    static const auto& leaked = *new Platform(makeLinuxPlatform({}));
+const std::shared_ptr<Activity>& activity() {
+    static const auto& leaked = *new std::shared_ptr<Activity>(std::make_shared<Activity>());
     return leaked;
 }
 
-const std::shared_ptr<Activity>& activity() {
-    return linuxPlatform().activity;
-}
 std::shared_ptr<Queues> linuxQueues() {
-    return linuxPlatform().queues;
+    return makeLinuxQueues(activity());
 }
 
 const QueuesUnderTest kLinux{"Linux", linuxQueues,

@@ -45,4 +45,12 @@ std::string openSignals() {
     return open;
 }
 
+std::uint64_t pendingProcessSignals() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == "ShdPnd:" && status >> word) return std::stoull(word, nullptr, 16);
+    }
+    return ~std::uint64_t{0};
+}
+
 }  // namespace qlsdk::platform::testing_support

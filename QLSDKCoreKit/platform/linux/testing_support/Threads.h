@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace qlsdk::platform::testing_support {
@@ -11,5 +12,8 @@ namespace qlsdk::platform::testing_support {
 
 /// The signals that the calling thread could take, as text; empty when all that can be blocked are.
 [[nodiscard]] std::string openSignals();
+
+/// The set of signals that wait for the process as a whole, as a bit mask.
+[[nodiscard]] std::uint64_t pendingProcessSignals();
 
 }  // namespace qlsdk::platform::testing_support
