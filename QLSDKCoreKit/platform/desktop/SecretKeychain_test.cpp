@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/conformance/KeychainConformance.h"
@@ -145,6 +146,17 @@ TEST_F(SecretKeychain, LeavesTheHostsMainContextAlone) {
     g_main_context_release(nullptr);
     EXPECT_FALSE(dispatched);
     g_source_remove(source);
+}
+
+// The child lacks the threads that GLib works with.
+TEST_F(SecretKeychain, AChildOfForkHearsThatItIsNotAvailable) {
+    ASSERT_EQ(keychain->itemAdd(item("k")), errSecSuccess);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) ::_exit(keychain->itemCopyMatching(query("k"), nullptr) == errSecNotAvailable ? 0 : 1);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(LockedSecretKeychain, SaysSoAndNeverAsksTheUser) {

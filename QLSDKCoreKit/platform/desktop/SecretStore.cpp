@@ -1,11 +1,10 @@
 #include "QLSDKCoreKit/platform/desktop/internal/SecretStore.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
-#include <optional>
+#include <memory>
 
 #include <stdlib.h>
+#include <unistd.h>
 
 #include "QLSDKCoreKit/platform/desktop/internal/SilentSecretService.h"
 
@@ -85,14 +84,12 @@ std::string newCreationStamp() {
     return std::string(20 - std::min<std::size_t>(micros.size(), 20), '0') + micros;
 }
 
-// Unlike GLib's own look-up this never starts a bus where there is none.
-std::optional<std::string> sessionBusAddress() {
+// Where there is no bus GLib would start one.
+bool hasSessionBus() noexcept {
     const char* address = ::getenv("DBUS_SESSION_BUS_ADDRESS");
-    if (address != nullptr && *address != '\0') return address;
-    const char* runtimeDirectory = ::getenv("XDG_RUNTIME_DIR");
-    if (runtimeDirectory == nullptr || *runtimeDirectory != '/') return std::nullopt;
-    const GLibMemory<char> escaped(g_dbus_address_escape_value(runtimeDirectory));
-    return "unix:path=" + std::string(escaped.get()) + "/bus";
+    if (address != nullptr && *address != '\0') return true;
+    const GLibMemory<char> socket(g_build_filename(g_get_user_runtime_dir(), "bus", nullptr));
+    return ::access(socket.get(), F_OK) == 0;
 }
 
 }  // namespace
@@ -102,37 +99,36 @@ std::string_view StoredSecret::creationStamp() const {
     return stamp == attributes.end() ? std::string_view() : stamp->second;
 }
 
-OSStatus SecretStore::open() {
-    const std::optional<std::string> address = sessionBusAddress();
-    if (!address) return errSecNotAvailable;
+template <typename Start, typename Finish>
+OSStatus SecretStore::call(const Start& start, const Finish& finish) {
+    const ObjectPointer<GAsyncResult> result = calls_.wait(start);
+    if (!result) return errSecNotAvailable;
     ErrorPointer error;
-    // A connection of its own: the process's shared one may have been told by the host to end the process
-    // with the bus.
-    const auto connected =
-        calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-            constexpr auto kFlags =
-                static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                                  G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION);
-            g_dbus_connection_new_for_address(address->c_str(), kFlags, nullptr, cancellable, done, data);
-        });
-    bus_.reset(g_dbus_connection_new_for_address_finish(connected.get(), ErrorOut(error)));
-    if (!bus_) return errSecNotAvailable;
+    finish(result.get(), ErrorOut(error));
+    return statusFor(error.get());
+}
 
-    const auto opened = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        openSilentSecretService(bus_.get(), cancellable, done, data);
-    });
-    service_ = openSilentSecretServiceFinish(opened.get(), error);
-    return service_ ? errSecSuccess : statusFor(error.get());
+OSStatus SecretStore::open() {
+    if (!hasSessionBus()) return errSecNotAvailable;
+    return call(
+        [](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
+            secret_service_open(silentSecretServiceType(), nullptr, SECRET_SERVICE_NONE, cancellable, done,
+                                data);
+        },
+        [this](GAsyncResult* result, GError** error) {
+            service_.reset(secret_service_open_finish(result, error));
+        });
 }
 
 OSStatus SecretStore::defaultCollection(ObjectPointer<SecretCollection>& collection) {
-    ErrorPointer error;
-    const auto result = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        secret_collection_for_alias(service_.get(), SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE,
-                                    cancellable, done, data);
-    });
-    collection.reset(secret_collection_for_alias_finish(result.get(), ErrorOut(error)));
-    return statusFor(error.get());
+    return call(
+        [this](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
+            secret_collection_for_alias(service_.get(), SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_NONE,
+                                        cancellable, done, data);
+        },
+        [&](GAsyncResult* result, GError** error) {
+            collection.reset(secret_collection_for_alias_finish(result, error));
+        });
 }
 
 OSStatus SecretStore::openCollection(ObjectPointer<SecretCollection>& collection) {
@@ -142,35 +138,42 @@ OSStatus SecretStore::openCollection(ObjectPointer<SecretCollection>& collection
     return isOpen ? errSecSuccess : errSecInteractionNotAllowed;
 }
 
-OSStatus SecretStore::find(const SecretAttributes& wanted, std::vector<StoredSecret>& found) {
-    ErrorPointer error;
+OSStatus SecretStore::search(const SecretAttributes& wanted, std::vector<StoredSecret>& found) {
     const AttributeTable table = tableOf(wanted);
-    const auto result = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        secret_service_search(service_.get(), &schema(), table.get(), SECRET_SEARCH_ALL, cancellable, done,
-                              data);
-    });
-    GList* items = secret_service_search_finish(service_.get(), result.get(), ErrorOut(error));
-    bool isLocked = false;
+    GList* items = nullptr;
+    const OSStatus status = call(
+        [&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
+            secret_service_search(service_.get(), &schema(), table.get(), SECRET_SEARCH_ALL, cancellable,
+                                  done, data);
+        },
+        [&](GAsyncResult* result, GError** error) {
+            items = secret_service_search_finish(service_.get(), result, error);
+        });
     for (GList* link = items; link != nullptr; link = link->next) {
         ObjectPointer<SecretItem> item(SECRET_ITEM(link->data));
-        isLocked = isLocked || secret_item_get_locked(item.get()) != FALSE;
         SecretAttributes attributes = attributesOf(item.get());
         found.push_back({std::move(item), std::move(attributes)});
     }
     g_list_free(items);
-    if (error) return statusFor(error.get());
-    if (isLocked) return errSecInteractionNotAllowed;
-    if (!found.empty()) {
-        std::stable_sort(found.begin(), found.end(), [](const StoredSecret& left, const StoredSecret& right) {
-            return left.creationStamp() < right.creationStamp();
-        });
-        return errSecSuccess;
+    return status;
+}
+
+OSStatus SecretStore::find(const SecretAttributes& wanted, std::vector<StoredSecret>& found) {
+    if (const OSStatus status = search(wanted, found); status != errSecSuccess) return status;
+    if (found.empty()) {
+        // A locked collection may hide what it holds; a missing one holds nothing.
+        ObjectPointer<SecretCollection> collection;
+        if (const OSStatus status = defaultCollection(collection); status != errSecSuccess) return status;
+        const bool hides = collection && secret_collection_get_locked(collection.get()) != FALSE;
+        return hides ? errSecInteractionNotAllowed : errSecItemNotFound;
     }
-    // A locked collection may hide what it holds; a missing one holds nothing.
-    ObjectPointer<SecretCollection> collection;
-    if (const OSStatus status = defaultCollection(collection); status != errSecSuccess) return status;
-    const bool hides = collection && secret_collection_get_locked(collection.get()) != FALSE;
-    return hides ? errSecInteractionNotAllowed : errSecItemNotFound;
+    for (const StoredSecret& stored : found) {
+        if (secret_item_get_locked(stored.item.get()) != FALSE) return errSecInteractionNotAllowed;
+    }
+    std::stable_sort(found.begin(), found.end(), [](const StoredSecret& left, const StoredSecret& right) {
+        return left.creationStamp() < right.creationStamp();
+    });
+    return errSecSuccess;
 }
 
 OSStatus SecretStore::create(const SecretAttributes& attributes, DataView secret) {
@@ -180,22 +183,25 @@ OSStatus SecretStore::create(const SecretAttributes& attributes, DataView secret
     stamped[kCreated] = newCreationStamp();
     const AttributeTable table = tableOf(stamped);
     const SecretBytes value = secretOf(secret);
-    ErrorPointer error;
-    const auto result = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        secret_item_create(collection.get(), &schema(), table.get(), attributes.at("service").c_str(),
-                           value.get(), SECRET_ITEM_CREATE_NONE, cancellable, done, data);
-    });
-    const ObjectPointer<SecretItem> item(secret_item_create_finish(result.get(), ErrorOut(error)));
-    return statusFor(error.get());
+    const char* label = attributes.at("service").c_str();
+    return call(
+        [&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
+            secret_item_create(collection.get(), &schema(), table.get(), label, value.get(),
+                               SECRET_ITEM_CREATE_NONE, cancellable, done, data);
+        },
+        [](GAsyncResult* result, GError** error) {
+            const ObjectPointer<SecretItem> item(secret_item_create_finish(result, error));
+        });
 }
 
 OSStatus SecretStore::readSecret(const StoredSecret& stored, Data& secret) {
-    ErrorPointer error;
-    const auto result = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        secret_item_load_secret(stored.item.get(), cancellable, done, data);
-    });
-    secret_item_load_secret_finish(stored.item.get(), result.get(), ErrorOut(error));
-    if (error) return statusFor(error.get());
+    const OSStatus status =
+        call([&](GCancellable* cancellable, GAsyncReadyCallback done,
+                 gpointer data) { secret_item_load_secret(stored.item.get(), cancellable, done, data); },
+             [&](GAsyncResult* result, GError** error) {
+                 secret_item_load_secret_finish(stored.item.get(), result, error);
+             });
+    if (status != errSecSuccess) return status;
     const SecretBytes value(secret_item_get_secret(stored.item.get()));
     if (!value) return errSecInteractionNotAllowed;  // Locked since it was found.
     gsize length = 0;
@@ -206,31 +212,32 @@ OSStatus SecretStore::readSecret(const StoredSecret& stored, Data& secret) {
 
 OSStatus SecretStore::writeSecret(const StoredSecret& stored, DataView secret) {
     const SecretBytes value = secretOf(secret);
-    ErrorPointer error;
-    const auto result = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        secret_item_set_secret(stored.item.get(), value.get(), cancellable, done, data);
-    });
-    secret_item_set_secret_finish(stored.item.get(), result.get(), ErrorOut(error));
-    return statusFor(error.get());
+    return call(
+        [&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
+            secret_item_set_secret(stored.item.get(), value.get(), cancellable, done, data);
+        },
+        [&](GAsyncResult* result, GError** error) {
+            secret_item_set_secret_finish(stored.item.get(), result, error);
+        });
 }
 
 OSStatus SecretStore::writeAttributes(const StoredSecret& stored, const SecretAttributes& attributes) {
     const AttributeTable table = tableOf(attributes);
-    ErrorPointer error;
-    const auto result = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        secret_item_set_attributes(stored.item.get(), &schema(), table.get(), cancellable, done, data);
-    });
-    secret_item_set_attributes_finish(stored.item.get(), result.get(), ErrorOut(error));
-    return statusFor(error.get());
+    return call(
+        [&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
+            secret_item_set_attributes(stored.item.get(), &schema(), table.get(), cancellable, done, data);
+        },
+        [&](GAsyncResult* result, GError** error) {
+            secret_item_set_attributes_finish(stored.item.get(), result, error);
+        });
 }
 
 OSStatus SecretStore::remove(const StoredSecret& stored) {
-    ErrorPointer error;
-    const auto result = calls_.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
-        secret_item_delete(stored.item.get(), cancellable, done, data);
-    });
-    secret_item_delete_finish(stored.item.get(), result.get(), ErrorOut(error));
-    return statusFor(error.get());
+    return call([&](GCancellable* cancellable, GAsyncReadyCallback done,
+                    gpointer data) { secret_item_delete(stored.item.get(), cancellable, done, data); },
+                [&](GAsyncResult* result, GError** error) {
+                    secret_item_delete_finish(stored.item.get(), result, error);
+                });
 }
 
 }  // namespace qlsdk::platform

@@ -28,30 +28,13 @@ void initialiseClass(gpointer typeClass, gpointer) noexcept {
     service.prompt_finish = &finishRefusal;
 }
 
-GType silentServiceType() {
+}  // namespace
+
+GType silentSecretServiceType() {
     static const GType type = g_type_register_static_simple(SECRET_TYPE_SERVICE, "QLSDKSilentSecretService",
                                                             sizeof(SecretServiceClass), &initialiseClass,
                                                             sizeof(SecretService), nullptr, G_TYPE_FLAG_NONE);
     return type;
-}
-
-}  // namespace
-
-void openSilentSecretService(GDBusConnection* bus, GCancellable* cancellable, GAsyncReadyCallback done,
-                             gpointer userData) {
-    g_async_initable_new_async(silentServiceType(), G_PRIORITY_DEFAULT, cancellable, done, userData,  //
-                               "g-connection", bus,                                                   //
-                               "g-flags", G_DBUS_PROXY_FLAGS_NONE,                                    //
-                               "g-name", "org.freedesktop.secrets",                                   //
-                               "g-object-path", "/org/freedesktop/secrets",                           //
-                               "g-interface-name", "org.freedesktop.Secret.Service",                  //
-                               "flags", SECRET_SERVICE_NONE, nullptr);
-}
-
-ObjectPointer<SecretService> openSilentSecretServiceFinish(GAsyncResult* result, ErrorPointer& error) {
-    const ObjectPointer<GObject> source(g_async_result_get_source_object(result));
-    GObject* opened = g_async_initable_new_finish(G_ASYNC_INITABLE(source.get()), result, ErrorOut(error));
-    return ObjectPointer<SecretService>(reinterpret_cast<SecretService*>(opened));
 }
 
 }  // namespace qlsdk::platform

@@ -29,7 +29,7 @@ Bus connectSharedBus(BoundedCalls& calls) {
     const auto result = calls.wait([](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
         g_bus_get(G_BUS_TYPE_SESSION, cancellable, done, data);
     });
-    const ObjectPointer<GDBusConnection> bus(g_bus_get_finish(result.get(), nullptr));
+    const ObjectPointer<GDBusConnection> bus(result ? g_bus_get_finish(result.get(), nullptr) : nullptr);
     if (bus) return Bus::present;
     return calls.expired() ? Bus::silent : Bus::absent;
 }
@@ -45,7 +45,7 @@ bool activateOverBus(BoundedCalls& calls, GAppInfo* handler, GList* urls) {
     const auto result = calls.wait([&](GCancellable* cancellable, GAsyncReadyCallback done, gpointer data) {
         g_app_info_launch_uris_async(handler, urls, nullptr, cancellable, done, data);
     });
-    return g_app_info_launch_uris_finish(handler, result.get(), nullptr) != FALSE;
+    return result && g_app_info_launch_uris_finish(handler, result.get(), nullptr) != FALSE;
 }
 
 }  // namespace

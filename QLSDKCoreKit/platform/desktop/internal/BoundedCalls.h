@@ -11,9 +11,9 @@ namespace qlsdk::platform {
 /// Carries asynchronous GIO calls to their end on the calling thread, all of them before one deadline.
 ///
 /// While the object stands, the thread has a main context of its own as its default: the host's loops neither
-/// have to run nor take part, and what GLib would tell later about connections opened meanwhile (such as "the
-/// bus has gone, end the process") goes to nobody. Signals are blocked on the thread meanwhile, so that the
-/// threads which GLib starts for itself never take one of the host's. Any thread; on the stack.
+/// have to run nor take part, and what GLib would tell later about a connection opened meanwhile (such as
+/// "the bus has gone, end the process") goes to nobody. Signals are blocked on the thread meanwhile, so that
+/// the threads which GLib starts for itself never take one of the host's. Any thread; on the stack.
 class BoundedCalls {
   public:
     explicit BoundedCalls(std::chrono::milliseconds limit);
@@ -21,14 +21,14 @@ class BoundedCalls {
     BoundedCalls(const BoundedCalls&) = delete;
     BoundedCalls& operator=(const BoundedCalls&) = delete;
 
-    /// `start(cancellable, callback, userData)` begins a call; returns what its finish function wants. After
-    /// the deadline calls end at once with `G_IO_ERROR_CANCELLED`.
+    /// `start(cancellable, callback, userData)` begins a call; returns what its finish function wants. Past
+    /// the deadline calls are cancelled. Null for one that does not end even then, as in a child of fork(),
+    /// which lacks the threads that GLib had started before: the call is left to itself.
     template <typename Start>
     [[nodiscard]] ObjectPointer<GAsyncResult> wait(const Start& start) {
-        GAsyncResult* result = nullptr;
-        start(cancellable_.get(), &keepResult, &result);
-        while (result == nullptr) g_main_context_iteration(context_, TRUE);
-        return ObjectPointer<GAsyncResult>(result);
+        auto* const call = new Call;
+        start(cancellable_.get(), &keepResult, call);
+        return finished(call);
     }
 
     /// True when the deadline has passed.
@@ -37,13 +37,20 @@ class BoundedCalls {
     }
 
   private:
-    static void keepResult(GObject* source, GAsyncResult* result, gpointer userData) noexcept;
-    static gboolean cancel(gpointer cancellable) noexcept;
+    /// On the heap, because a call left to itself may yet write to it.
+    struct Call {
+        ObjectPointer<GAsyncResult> result;
+    };
 
-    sigset_t previousMask_;
+    static void keepResult(GObject* source, GAsyncResult* result, gpointer call) noexcept;
+    [[nodiscard]] ObjectPointer<GAsyncResult> finished(Call* call);
+    template <auto action>
+    void after(std::chrono::milliseconds delay);
+
+    const sigset_t previousMask_;
     GMainContext* const context_;
     const ObjectPointer<GCancellable> cancellable_;
-    GSource* const deadline_;
+    bool lost_ = false;
 };
 
 }  // namespace qlsdk::platform

@@ -24,7 +24,7 @@ struct StoredSecret {
     [[nodiscard]] std::string_view creationStamp() const;
 };
 
-/// One connection to the user's Secret Service, for one call of the keychain. Every wait ends before the
+/// The user's Secret Service as opened for one call of the keychain. Every wait ends before the
 /// deadline of `calls`, which the object must not outlive. Never asks the user for anything: what could not
 /// be done without a prompt answers `errSecInteractionNotAllowed`.
 class SecretStore {
@@ -47,12 +47,17 @@ class SecretStore {
     [[nodiscard]] OSStatus remove(const StoredSecret& stored);
 
   private:
+    /// Carries one call of libsecret to its end: `finish(result, error)` takes its outcome.
+    template <typename Start, typename Finish>
+    [[nodiscard]] OSStatus call(const Start& start, const Finish& finish);
     /// The default collection, unlocked.
     [[nodiscard]] OSStatus openCollection(ObjectPointer<SecretCollection>& collection);
+    /// Null on success when the user has none yet.
     [[nodiscard]] OSStatus defaultCollection(ObjectPointer<SecretCollection>& collection);
+    /// `find` without the look at what the default collection may hide.
+    [[nodiscard]] OSStatus search(const SecretAttributes& wanted, std::vector<StoredSecret>& found);
 
     BoundedCalls& calls_;
-    ObjectPointer<GDBusConnection> bus_;
     ObjectPointer<SecretService> service_;
 };
 
