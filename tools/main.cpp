@@ -6,6 +6,8 @@
 #include "Failure.h"
 #include "Subcommand.h"
 
+#include "QLSDKCoreKit/platform/Log.h"
+
 namespace {
 
 using quillkit::Subcommand;
@@ -73,6 +75,11 @@ int flushed(int status) {
     throw quillkit::Failure("cannot write to standard output");
 }
 
+/// On one line, whatever the argument that it repeats holds.
+void printError(std::string_view reason) {
+    std::cerr << "quillkit: " << qlsdk::platform::escapedForLog(reason) << '\n';
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -80,10 +87,10 @@ int main(int argc, char** argv) {
         const std::vector<std::string_view> words(argv + std::min(argc, 1), argv + argc);
         return flushed(run(words));
     } catch (const quillkit::UsageError& error) {
-        std::cerr << "quillkit: " << error.what() << " (see quillkit --help)\n";
+        printError(std::string(error.what()) + " (see quillkit --help)");
         return kExitUsage;
     } catch (const std::exception& error) {
-        std::cerr << "quillkit: " << error.what() << "\n";
+        printError(error.what());
         return kExitFailure;
     }
 }

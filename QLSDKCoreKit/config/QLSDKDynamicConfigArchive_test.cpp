@@ -36,7 +36,7 @@ class QLSDKDynamicConfigArchiveTest : public ::testing::Test {
     Data file() const { return platform::readFile(path(), 8 * kMegabyte).value_or(Data()); }
 
     const platform::testing::FakePlatform fakes;
-    const QLSDKDynamicConfigArchive archive;
+    const QLSDKDynamicConfigArchive archive{};
 };
 
 TEST_F(QLSDKDynamicConfigArchiveTest, GivesBackOnceWhatWasStored) {

@@ -89,7 +89,7 @@ TEST_F(QLSDKDeepLinkerTest, CarriesMetadataPayloadAndQueriesUnchanged) {
                                                        {"n", Array{1, 2.5, true, Value()}}}},
                                {"payload", payload},
                                {"a b", "1+1=2&c#d \xC3\xA9"},
-                               {"number", 5},
+                               {"number", "5"},
                                {"link", "abc"}}));
     EXPECT_EQ(linker.metadata(), metadata) << "the linker's own metadata was changed";
 }
