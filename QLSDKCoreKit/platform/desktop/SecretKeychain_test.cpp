@@ -67,6 +67,12 @@ void expectEveryCallToAnswer(Keychain& keychain, OSStatus status) {
     EXPECT_EQ(result, Value("before"));
 }
 
+// The object path in an answer of the bus.
+std::string pathIn(const std::string& answer) {
+    const std::size_t start = std::min(answer.find('/'), answer.size());
+    return answer.substr(start, answer.find('\'', start) - start);
+}
+
 class SecretKeychain : public ::testing::Test {
   protected:
     const std::shared_ptr<Keychain> keychain = conformance::makeEmptySecretKeychain();
@@ -75,14 +81,14 @@ class SecretKeychain : public ::testing::Test {
 TEST_F(SecretKeychain, KeepsItsItemsInTheDefaultCollectionForOthersToSee) {
     ASSERT_EQ(keychain->itemAdd(item("k", "text")), errSecSuccess);
     SessionBus bus;
-    // "aw==" is the key in base64, "text" the secret in a session without encryption.
-    EXPECT_THAT(bus.callSecretService(kServicePath, "Service", "SearchItems",
-                                      "({'service': 'com.example.app..QLSDK', 'account': 'aw=='},)"),
-                HasSubstr("/org/freedesktop/secrets/collection/login/"));
-    bus.callSecretService(kServicePath, "Service", "OpenSession", "('plain', <''>)");
-    EXPECT_THAT(bus.callSecretService("/org/freedesktop/secrets/aliases/default", "Collection", "SearchItems",
-                                      "({'xdg:schema': 'com.quillo.quill-kit.keychain'},)"),
-                HasSubstr("/org/freedesktop/secrets/"));
+    const std::string found =
+        bus.callSecretService("/org/freedesktop/secrets/aliases/default", "Collection", "SearchItems",
+                              "({'account': 'aw=='},)");  // "k" in base64
+    const std::string session =
+        bus.callSecretService(kServicePath, "Service", "OpenSession", "('plain', <''>)");
+    const std::string secret =
+        bus.callSecretService(pathIn(found), "Item", "GetSecret", "(objectpath '" + pathIn(session) + "',)");
+    EXPECT_THAT(secret, HasSubstr("[0x74, 0x65, 0x78, 0x74]"));
 }
 
 TEST_F(SecretKeychain, AValueOfNoStorableKindIsRefused) {
