@@ -3,6 +3,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <fstream>
 #include <future>
 #include <map>
 #include <mutex>
@@ -18,6 +19,7 @@
 #include "QLSDKCoreKit/platform/conformance/UrlSessionConformance.h"
 #include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/Certificates.h"
+#include "QLSDKCoreKit/platform/linux/testing_support/Http2Server.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/Threads.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/TlsServer.h"
 #include "QLSDKCoreKit/platform/testing/FakeUrlSession.h"
@@ -264,6 +266,23 @@ TEST(CurlUrlSession, GivesOnlyTheFinalResponsesFieldsAndJoinsRepeatedOnes) {
     EXPECT_EQ(fields, (std::map<std::string, std::string>{
                           {"Transfer-Encoding", "chunked"}, {"X-Empty", ""}, {"X-Many", "a, b"}}));
     EXPECT_EQ(textOf(result.body), "hi");
+}
+
+TEST(CurlUrlSession, SpellsFieldsOfHttp2InCanonicalCase) {
+    Net net(kOk);
+    std::ofstream(net.directories.path() + "/config") << "over HTTP/2";
+    const testing_support::Http2Server server(net.certificates, net.directories.path());
+    ASSERT_NE(server.address(), "") << "is nghttpd (Debian package nghttp2-server) installed?";
+    net.options.connectTo = server.address();
+    const UrlResult result = net.send({"https://localhost/config", "GET", {}, {}}, {1'000});
+    ASSERT_TRUE(result.response.has_value()) << result.error->message;
+    EXPECT_EQ(result.response->statusCode, 200);
+    std::map<std::string, std::string> fields(result.response->headers.begin(),
+                                              result.response->headers.end());
+    EXPECT_EQ(fields["Content-Length"], "11");
+    EXPECT_EQ(fields.count("Last-Modified"), 1u);
+    for (const auto& [name, value] : fields) EXPECT_EQ(name, canonicalHeaderName(name));
+    EXPECT_EQ(textOf(result.body), "over HTTP/2");
 }
 
 TEST(CurlUrlSession, FollowsNoRedirect) {
