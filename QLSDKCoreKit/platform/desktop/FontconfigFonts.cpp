@@ -4,15 +4,12 @@
 
 #include "QLSDKCoreKit/platform/Fonts.h"
 #include "QLSDKCoreKit/platform/desktop/internal/DesktopAdapters.h"
+#include "QLSDKCoreKit/platform/desktop/internal/DestroyWith.h"
 
 namespace qlsdk::platform {
 
 namespace {
 
-template <auto destroy>
-struct DestroyWith {
-    void operator()(auto* object) const noexcept { destroy(object); }
-};
 using Pattern = std::unique_ptr<FcPattern, DestroyWith<FcPatternDestroy>>;
 using ObjectSet = std::unique_ptr<FcObjectSet, DestroyWith<FcObjectSetDestroy>>;
 using FontSet = std::unique_ptr<FcFontSet, DestroyWith<FcFontSetDestroy>>;

@@ -4,12 +4,9 @@
 
 #include <gio/gio.h>
 
-namespace qlsdk::platform {
+#include "QLSDKCoreKit/platform/desktop/internal/DestroyWith.h"
 
-template <auto destroy>
-struct DestroyWith {
-    void operator()(auto* object) const noexcept { destroy(object); }
-};
+namespace qlsdk::platform {
 
 /// One reference to a GObject.
 template <typename T>

@@ -1,6 +1,8 @@
 #include "QLSDKCoreKit/platform/desktop/testing_support/SessionBus.h"
 
+#include <memory>
 #include <stdexcept>
+#include <utility>
 
 #include "QLSDKCoreKit/platform/desktop/internal/GLibPointers.h"
 
@@ -19,22 +21,6 @@ bool isCall(GDBusMessage* message) {
     return g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL;
 }
 
-// Both filters run on GIO's own thread.
-GDBusMessage* noteCall(GDBusConnection*, GDBusMessage* message, gboolean incoming, gpointer calls) {
-    if (incoming == FALSE || !isCall(message)) return message;
-    g_async_queue_push(static_cast<GAsyncQueue*>(calls), new std::string(nameOf(message)));
-    g_object_unref(message);
-    return nullptr;
-}
-
-GDBusMessage* answerCall(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
-                         gpointer calls) {
-    if (incoming == FALSE || !isCall(message)) return message;
-    const ObjectPointer<GDBusMessage> reply(g_dbus_message_new_method_reply(message));
-    g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, nullptr);
-    return noteCall(connection, message, incoming, calls);
-}
-
 Variant callBus(GDBusConnection* connection, const char* name, const char* path, const char* interface,
                 const char* method, GVariant* arguments, ErrorPointer& error) {
     return Variant(g_dbus_connection_call_sync(connection, name, path, interface, method, arguments, nullptr,
@@ -50,7 +36,31 @@ void requireBusCall(GDBusConnection* connection, const char* interface, const ch
 
 }  // namespace
 
-SessionBus::SessionBus() : connection_(nullptr), calls_(g_async_queue_new()) {
+// Both filters run on GIO's own thread.
+GDBusMessage* SessionBus::noteCall(GDBusConnection*, GDBusMessage* message, gboolean incoming,
+                                   gpointer self) {
+    if (incoming == FALSE || !isCall(message)) return message;
+    SessionBus& bus = *static_cast<SessionBus*>(self);
+    {
+        const std::lock_guard lock(bus.mutex_);
+        bus.calls_.push_back(nameOf(message));
+    }
+    bus.noted_.notify_one();
+    g_object_unref(message);
+    return nullptr;
+}
+
+GDBusMessage* SessionBus::answerCall(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
+                                     gpointer self) {
+    if (incoming != FALSE && isCall(message)) {
+        const ObjectPointer<GDBusMessage> reply(g_dbus_message_new_method_reply(message));
+        g_dbus_connection_send_message(connection, reply.get(), G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                       nullptr);
+    }
+    return noteCall(connection, message, incoming, self);
+}
+
+SessionBus::SessionBus() {
     ErrorPointer error;
     const GLibMemory<char> address(
         g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SESSION, nullptr, ErrorOut(error)));
@@ -65,8 +75,6 @@ SessionBus::SessionBus() : connection_(nullptr), calls_(g_async_queue_new()) {
 SessionBus::~SessionBus() {
     g_dbus_connection_close_sync(connection_, nullptr, nullptr);
     g_object_unref(connection_);
-    while (auto* call = static_cast<std::string*>(g_async_queue_try_pop(calls_))) delete call;
-    g_async_queue_unref(calls_);
 }
 
 std::string SessionBus::callSecretService(const std::string& path, const std::string& interface,
@@ -82,7 +90,7 @@ std::string SessionBus::callSecretService(const std::string& path, const std::st
 }
 
 void SessionBus::watchCalls() {
-    g_dbus_connection_add_filter(connection_, &noteCall, calls_, nullptr);
+    g_dbus_connection_add_filter(connection_, &noteCall, this, nullptr);
     GVariantBuilder rules;
     g_variant_builder_init(&rules, G_VARIANT_TYPE("as"));
     g_variant_builder_add(&rules, "s", "type='method_call'");
@@ -92,15 +100,17 @@ void SessionBus::watchCalls() {
 
 std::vector<std::string> SessionBus::callsUntil(const std::string& marker) {
     std::vector<std::string> calls;
+    std::unique_lock lock(mutex_);
     do {
-        const std::unique_ptr<std::string> call(static_cast<std::string*>(g_async_queue_pop(calls_)));
-        calls.push_back(*call);
+        noted_.wait(lock, [this] { return !calls_.empty(); });
+        calls.push_back(std::move(calls_.front()));
+        calls_.pop_front();
     } while (calls.back() != marker);
     return calls;
 }
 
 void SessionBus::serve(const std::string& name) {
-    g_dbus_connection_add_filter(connection_, &answerCall, calls_, nullptr);
+    g_dbus_connection_add_filter(connection_, &answerCall, this, nullptr);
     requireBusCall(connection_, "org.freedesktop.DBus", "RequestName",
                    g_variant_new("(su)", name.c_str(), 0U));
 }

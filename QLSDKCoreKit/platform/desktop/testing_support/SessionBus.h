@@ -1,5 +1,8 @@
 #pragma once
 
+#include <condition_variable>
+#include <deque>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -29,8 +32,15 @@ class SessionBus {
     void serve(const std::string& name);
 
   private:
-    GDBusConnection* connection_;
-    GAsyncQueue* calls_;
+    static GDBusMessage* noteCall(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
+                                  gpointer self);
+    static GDBusMessage* answerCall(GDBusConnection* connection, GDBusMessage* message, gboolean incoming,
+                                    gpointer self);
+
+    GDBusConnection* connection_ = nullptr;
+    std::mutex mutex_;
+    std::condition_variable noted_;
+    std::deque<std::string> calls_;
 };
 
 }  // namespace qlsdk::platform::testing
