@@ -95,7 +95,7 @@ TEST_F(SecretKeychain, AValueOfNoStorableKindIsRefused) {
     const std::pair<std::string_view, Value> oddities[] = {
         {kSecAttrService, 1.5},      {kSecAttrService, std::string("a\0b", 3)},
         {kSecAttrService, "\xFF"},   {kSecAttrAccount, "no data"},
-        {kSecAttrSynchronizable, 1}, {kSecAttrAccessible, Value()}};
+        {kSecAttrSynchronizable, 1}, {kSecAttrAccessible, Data()}};
     for (const auto& [attribute, value] : oddities) {
         Dictionary odd = item("k");
         odd.set(attribute, value);
