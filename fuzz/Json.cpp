@@ -1,0 +1,18 @@
+#include "QLSDKCoreKit/platform/Json.h"
+
+#include "fuzz/Require.h"
+#include "fuzz/Targets.h"
+
+#include "QLSDKCoreKit/platform/Value.h"
+
+namespace qlsdk::fuzz {
+
+void json(DataView bytes) {
+    const auto value = platform::parseJson(bytes);
+    if (!value) return;
+    const auto text = platform::serializeJson(*value);
+    require(text.has_value());
+    require(platform::parseJson(bytesOf(*text), {.bytes = text->size()}) == value);
+}
+
+}  // namespace qlsdk::fuzz

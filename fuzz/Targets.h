@@ -1,0 +1,13 @@
+#pragma once
+
+#include "QLSDKCoreKit/platform/Data.h"
+
+/// One function for each decoder that reads files or answers of others. Each takes any bytes at all, and
+/// aborts when what it read cannot be written and read again as it was.
+namespace qlsdk::fuzz {
+
+void keyedArchive(DataView bytes);
+void propertyList(DataView bytes);
+void json(DataView bytes);
+
+}  // namespace qlsdk::fuzz
