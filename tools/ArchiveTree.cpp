@@ -1,5 +1,6 @@
 #include "ArchiveTree.h"
 
+#include <algorithm>
 #include <string>
 
 #include "ArchiveClasses.h"

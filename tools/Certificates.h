@@ -3,23 +3,9 @@
 #include <memory>
 #include <string>
 
-#include <openssl/evp.h>
-#include <openssl/x509.h>
+#include "CertificateIssuer.h"
 
 namespace quillkit {
-
-struct CertificateDeleter {
-    void operator()(X509* certificate) const noexcept { X509_free(certificate); }
-};
-struct KeyDeleter {
-    void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
-};
-
-/// A certificate and its private key.
-struct Identity {
-    std::unique_ptr<X509, CertificateDeleter> certificate;
-    std::unique_ptr<EVP_PKEY, KeyDeleter> key;
-};
 
 /// What a local HTTPS server needs.
 struct ServerIdentity {

@@ -74,7 +74,7 @@ int collect(const Arguments& arguments) {
 Subcommand collectCommand() {
     return {.name = "collect",
             .operandNames = "",
-            .operandCount = 0,
+            .operandCount = {0, 0},
             .summary = "a local HTTPS server in place of the web service",
             .description =
                 "Listens on 127.0.0.1, prints its address and the path of its CA certificate, one line\n"

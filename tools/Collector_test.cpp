@@ -13,6 +13,7 @@ namespace {
 using nlohmann::ordered_json;
 using testing::Finished;
 using testing::RunningCollector;
+using testing::runToEnd;
 
 constexpr const char* kHeartbeat = "/v1/sdk/heartbeat";
 constexpr const char* kMetrics = "/v1/sdk/metrics/operational";
@@ -135,12 +136,11 @@ TEST(Collector, SurvivesBadClients) {
     EXPECT_EQ(runToEnd(collector.curl(kHeartbeat, {"--form", "a=b"})).output, "415");
     EXPECT_EQ(collector.post(kHeartbeat, "\xff\xff garbage").output, "200");
     EXPECT_EQ(collector.post(kHeartbeat, "", {"--header", "X-Bytes: \xff\xfe"}).output, "200");
-    EXPECT_EQ(collector.post(kConfig, std::string(500'000, '[')).output, "200");
+    EXPECT_EQ(collector.post(kConfig, std::string(500'000, '[')).output, R"({"data":{"config":{}}}200)");
     EXPECT_EQ(collector.post(std::string("/") + std::string(9000, 'a'), "").output, "414");
     // No TLS at all.
-    EXPECT_EQ(
-        testing::runToEnd({"curl", "--silent", "--noproxy", "*", "http://" + collector.address()}).exitStatus,
-        kCurlEmptyReply);
+    EXPECT_EQ(runToEnd({"curl", "--silent", "--noproxy", "*", "http://" + collector.address()}).exitStatus,
+              kCurlEmptyReply);
     for (const ordered_json& line : collector.logged()) {
         const bool isEmptyMessage = line["message"].is_null() || line["message"].empty();
         EXPECT_TRUE(isEmptyMessage) << line["message"];
@@ -155,11 +155,10 @@ TEST(Collector, RefusesWhatItCannotUse) {
     const std::string port = collector.address().substr(collector.address().rfind(':') + 1);
     qlsdk::platform::testing::TemporaryDirectories directory;
     const std::string state = directory.path() + "/state";
-    const Finished taken = testing::runToEnd({QUILLKIT_BINARY, "collect", "--port", port, "--state", state});
+    const Finished taken = runToEnd({QUILLKIT_BINARY, "collect", "--port", port, "--state", state});
     EXPECT_EQ(taken.exitStatus, 1);
     EXPECT_EQ(taken.errors, "quillkit: cannot listen on 127.0.0.1:" + port + "\n");
-    const Finished noState =
-        testing::runToEnd({QUILLKIT_BINARY, "collect", "--port", "0", "--state", "/proc/none"});
+    const Finished noState = runToEnd({QUILLKIT_BINARY, "collect", "--port", "0", "--state", "/proc/none"});
     EXPECT_EQ(noState.exitStatus, 1);
     EXPECT_EQ(noState.errors, "quillkit: cannot make /proc/none\n");
 }

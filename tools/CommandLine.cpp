@@ -37,7 +37,7 @@ std::int64_t integerArgument(std::string_view text, std::string_view what, std::
                      std::to_string(highest) + ", not '" + std::string(text) + "'");
 }
 
-Arguments::Arguments(std::span<const Option> table, std::size_t operandCount,
+Arguments::Arguments(std::span<const Option> table, OperandCount operandCount,
                      std::span<const std::string_view> words) {
     bool onlyOperands = false;
     for (std::size_t i = 0; i < words.size(); ++i) {
@@ -59,9 +59,9 @@ Arguments::Arguments(std::span<const Option> table, std::size_t operandCount,
             add(option, takesNext ? words[++i] : word.substr(std::min(word.size(), equals + 1)));
         }
     }
-    if (operands_.size() < operandCount) throw UsageError("an operand is missing");
-    if (operands_.size() > operandCount)
-        throw UsageError("surplus operand '" + operands_[operandCount] + "'");
+    if (operands_.size() < operandCount.least) throw UsageError("an operand is missing");
+    if (operands_.size() > operandCount.most)
+        throw UsageError("surplus operand '" + operands_[operandCount.most] + "'");
     checkRequired(table, *this);
 }
 

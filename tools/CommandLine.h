@@ -1,6 +1,6 @@
 #pragma once
 
-#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -24,6 +24,12 @@ struct Option {
     Occurrence occurrence = Occurrence::optional;
 };
 
+/// How many operands a subcommand takes.
+struct OperandCount {
+    std::size_t least = 0;
+    std::size_t most = 0;
+};
+
 /// A decimal integer that lies within the bounds; `what` names it in the error.
 /// Throws `UsageError` for anything else.
 [[nodiscard]] std::int64_t integerArgument(std::string_view text, std::string_view what, std::int64_t lowest,
@@ -34,8 +40,8 @@ class Arguments {
   public:
     /// Understands "--name VALUE", "--name=VALUE" and "--" before operands that begin with a dash. Throws
     /// `UsageError` for an option that the table does not have, a missing or surplus value, a single option
-    /// given twice, a required one not given, or a number of operands other than `operandCount`.
-    Arguments(std::span<const Option> table, std::size_t operandCount,
+    /// given twice, a required one not given, or too few or too many operands.
+    Arguments(std::span<const Option> table, OperandCount operandCount,
               std::span<const std::string_view> words);
 
     /// True when the option was given.

@@ -28,18 +28,19 @@ std::string answerOf(const ObservedTask& task) {
     return text;
 }
 
+}  // namespace
+
 bool isFinal(const ObservedTask& task) {
     return !task.error.has_value() && (task.response->statusCode == 200 || task.response->statusCode == 403);
 }
-
-}  // namespace
 
 WaitingRecords readWaitingRecords(const std::string& path) {
     WaitingRecords records;
     const auto bytes = qlsdk::platform::readFile(path, kFileCeiling);
     const auto root = bytes.has_value() ? readArchive(*bytes) : std::nullopt;
-    if (!root.has_value() || !root->entries().has_value()) return records;
-    for (const auto& [key, object] : *root->entries()) {
+    const auto entries = root.has_value() ? root->entries() : std::nullopt;
+    if (!entries.has_value()) return records;
+    for (const auto& [key, object] : *entries) {
         if (key == qlsdk::kQLSDKMaxSequenceIdKey) {
             records.maxSequenceId = static_cast<std::uint64_t>(object.value().longValue());
         } else if (key == qlsdk::kQLSDKUnsentEventsKey) {

@@ -18,6 +18,9 @@ struct WaitingRecords {
 /// Reads the file; an unreadable or missing one holds nothing.
 [[nodiscard]] WaitingRecords readWaitingRecords(const std::string& path);
 
+/// True when an ended upload needs no retry: answered 200, or 403, which is never tried again.
+[[nodiscard]] bool isFinal(const ObservedTask& task);
+
 enum class Fate {
     /// Answered with a status that ends it: 200, or 403, which is never tried again.
     delivered,

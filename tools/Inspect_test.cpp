@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "Hex.h"
 #include "Outline.h"
 #include "testing/Subprocess.h"

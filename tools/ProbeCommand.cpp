@@ -87,7 +87,7 @@ int probe(const Arguments& arguments) {
 Subcommand probeCommand() {
     return {.name = "probe",
             .operandNames = "",
-            .operandCount = 0,
+            .operandCount = {0, 0},
             .summary = "prints what the library sees of its host, the device and itself",
             .description =
                 "Makes an installation id when there is none yet, as the library would. Sends nothing.\n",

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <string_view>
 #include <vector>
 
@@ -13,7 +12,7 @@ struct Subcommand {
     std::string_view name;
     /// How the operands are written in the help, such as "FILE"; empty for none.
     std::string_view operandNames;
-    std::size_t operandCount;
+    OperandCount operandCount;
     /// One line for the list of subcommands.
     std::string_view summary;
     /// What its own help says between the usage and the options; ends with a line feed.
@@ -24,7 +23,9 @@ struct Subcommand {
 };
 
 [[nodiscard]] Subcommand collectCommand();
+[[nodiscard]] Subcommand configCommand();
 [[nodiscard]] Subcommand inspectCommand();
+[[nodiscard]] Subcommand linkCommand();
 [[nodiscard]] Subcommand probeCommand();
 [[nodiscard]] Subcommand sendCommand();
 

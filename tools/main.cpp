@@ -6,6 +6,8 @@
 #include "Failure.h"
 #include "Subcommand.h"
 
+#include "QLSDKCoreKit/platform/Log.h"
+
 namespace {
 
 using quillkit::Subcommand;
@@ -43,8 +45,9 @@ bool asksForHelp(std::span<const std::string_view> words) {
 }
 
 int run(std::span<const std::string_view> words) {
-    const std::vector<Subcommand> subcommands{quillkit::collectCommand(), quillkit::inspectCommand(),
-                                              quillkit::probeCommand(), quillkit::sendCommand()};
+    const std::vector<Subcommand> subcommands{quillkit::collectCommand(), quillkit::sendCommand(),
+                                              quillkit::configCommand(),  quillkit::linkCommand(),
+                                              quillkit::probeCommand(),   quillkit::inspectCommand()};
     if (words.empty()) throw quillkit::UsageError("a subcommand is missing");
     if (words[0] == "--help") {
         std::cout << overview(subcommands);
@@ -73,6 +76,11 @@ int flushed(int status) {
     throw quillkit::Failure("cannot write to standard output");
 }
 
+/// On one line, whatever the argument that it repeats holds.
+void printError(std::string_view reason) {
+    std::cerr << "quillkit: " << qlsdk::platform::escapedForLog(reason) << '\n';
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -80,10 +88,10 @@ int main(int argc, char** argv) {
         const std::vector<std::string_view> words(argv + std::min(argc, 1), argv + argc);
         return flushed(run(words));
     } catch (const quillkit::UsageError& error) {
-        std::cerr << "quillkit: " << error.what() << " (see quillkit --help)\n";
+        printError(std::string(error.what()) + " (see quillkit --help)");
         return kExitUsage;
     } catch (const std::exception& error) {
-        std::cerr << "quillkit: " << error.what() << "\n";
+        printError(error.what());
         return kExitFailure;
     }
 }

@@ -1,9 +1,6 @@
-// What the client setup starts, with a stand-in for the configuration manager.
+// What the client setup starts: one fetch of the configuration, whose outcome is logged.
 
 #include "QLSDKCoreKit/core/internal/ConfigUpdate.h"
-
-#include <utility>
-#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -11,36 +8,37 @@
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace qlsdk {
-
-namespace {
-std::vector<std::function<void(bool success)>> requestedUpdates;
-}
-
-void requestConfigUpdate(std::function<void(bool success)> completion) {
-    requestedUpdates.push_back(std::move(completion));
-}
-
 namespace {
 
-using ::testing::ElementsAre;
+using ::testing::Contains;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
-TEST(QLSDKClientSetup, AsksForOneUpdateOnTheMainQueueAndLogsItsOutcome) {
-    platform::testing::FakePlatform fakes;
+/// The status of the server's answer.
+class ConfigUpdateTest : public ::testing::TestWithParam<std::int64_t> {};
+
+TEST_P(ConfigUpdateTest, StartsOnceOnTheMainQueueAndLogsItsOutcome) {
+    const platform::testing::FakePlatform fakes;
     ASSERT_TRUE(fakes.install());
     QLSDKClientSetup::sharedInstance();
     QLSDKClientSetup::sharedInstance();
-    EXPECT_THAT(requestedUpdates, IsEmpty()) << "the update ran inside the caller's frame";
+    EXPECT_THAT(fakes.queues->labelled("com.quill.connect.QLSDKDynamicConfigManager"), IsEmpty())
+        << "the update ran inside the caller's frame";
 
     EXPECT_EQ(fakes.queues->main()->drain(), 1U);
-    ASSERT_EQ(requestedUpdates.size(), 1U);
-    EXPECT_THAT(fakes.log->lines(), IsEmpty());
-    requestedUpdates.front()(true);
-    requestedUpdates.front()(false);
-    EXPECT_THAT(fakes.log->lines(), ElementsAre("[QuillKit] Dynamic config update status: success",
-                                                "[QuillKit] Dynamic config update status: failure"));
-    EXPECT_EQ(fakes.queues->main()->waiting(), 0U);
+    fakes.queues->runUntilIdle();
+    ASSERT_EQ(fakes.urlSession->requests().size(), 1U);
+    EXPECT_THAT(fakes.log->lines(), Not(Contains(HasSubstr("update status"))));
+
+    ASSERT_TRUE(fakes.urlSession->answer(GetParam(), {}, R"({"data":{"config":{}}})"));
+    fakes.queues->runUntilIdle();
+    const std::string outcome = GetParam() == 200 ? "success" : "failure";
+    EXPECT_THAT(fakes.log->lines(), Contains("[QuillKit] Dynamic config update status: " + outcome).Times(1));
+    EXPECT_EQ(fakes.urlSession->requests().size(), 1U);
 }
+
+INSTANTIATE_TEST_SUITE_P(Answers, ConfigUpdateTest, ::testing::Values(200, 500));
 
 }  // namespace
 }  // namespace qlsdk

@@ -188,17 +188,15 @@ std::int64_t CurlTransfer::bytesMoved() const noexcept {
 bool CurlTransfer::isOverdue(TimePoint now) noexcept {
     if (now < deadline()) return false;
     const auto discard = collector_.discardDeadline();
-    if (discard && now >= *discard) {
-        outcome_ = Next::enough;
-        return true;
-    }
+    if (discard && now >= *discard) return true;
     const std::int64_t moved = bytesMoved();
     idleDeadline_ = now + settings_.options.idleTimeout;
     return std::exchange(bytesSeen_, moved) == moved;
 }
 
 UrlResult CurlTransfer::result(int code) {
-    if (code == CURLE_OK || outcome_ == Next::enough) return collector_.take();
+    // An answer whose body nobody wants stands, however that body ends.
+    if (code == CURLE_OK || collector_.discardDeadline()) return collector_.take();
     std::string message = errorText_.c_str();
     if (outcome_ == Next::tooMuch) message = "response over its ceiling";
     if (message.empty()) message = curl_easy_strerror(static_cast<CURLcode>(code));

@@ -16,7 +16,7 @@
 
 #include "QLSDKCoreKit/platform/Activity.h"
 #include "QLSDKCoreKit/platform/conformance/QueuesConformance.h"
-#include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
+#include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/Threads.h"
 #include "QLSDKCoreKit/platform/testing/ManualQueues.h"
 
@@ -35,7 +35,6 @@ namespace {
 using conformance::QueuesConformance;
 using conformance::QueuesUnderTest;
 using testing::ManualQueues;
-using testing_support::threadCount;
 using testing_support::threadsNamed;
 using namespace std::chrono_literals;
 
@@ -44,16 +43,13 @@ constexpr auto kLong = 60'000ms;
 
 constexpr uid_t kNobody = 65534;
 
-const Platform& linuxPlatform() {
-    static const auto& leaked = *new Platform(makeLinuxPlatform({}));
+const std::shared_ptr<Activity>& activity() {
+    static const auto& leaked = *new std::shared_ptr<Activity>(std::make_shared<Activity>());
     return leaked;
 }
 
-const std::shared_ptr<Activity>& activity() {
-    return linuxPlatform().activity;
-}
 std::shared_ptr<Queues> linuxQueues() {
-    return linuxPlatform().queues;
+    return makeLinuxQueues(activity());
 }
 
 const QueuesUnderTest kLinux{"Linux", linuxQueues,
@@ -93,14 +89,13 @@ bool inChild(const std::function<bool()>& body) {
 }  // namespace
 
 TEST(LinuxQueues, StartsAtMostTwoNamedThreadsWithTheFirstTask) {
-    const std::size_t before = threadCount();
     const auto queues = linuxQueues();
     const auto first = queues->makeSerialQueue("first");
-    EXPECT_EQ(threadCount(), before);
+    EXPECT_EQ(threadsNamed("qlsdk-"), 0u);
 
     runOneTask(*first);
     for (int i = 0; i < 8; ++i) runOneTask(*queues->makeSerialQueue("another"));
-    EXPECT_EQ(threadCount(), before + 2);
+    EXPECT_EQ(threadsNamed("qlsdk-"), 2u);
     EXPECT_EQ(threadsNamed("qlsdk-pool-1") + threadsNamed("qlsdk-pool-2"), 2u);
 }
 
@@ -170,7 +165,7 @@ TEST(LinuxQueues, KeepsTasksWhileTheSystemHasNoRoomForThreads) {
         int ran = 0;
         setrlimit(RLIMIT_NPROC, &none);
         queue->async([&ran] { ++ran; });
-        const bool kept = threadCount() == 1 && activity()->count() == 1;
+        const bool kept = threadsNamed("qlsdk-") == 0 && activity()->count() == 1;
         setrlimit(RLIMIT_NPROC, &before);
         queue->async([&ran] { ++ran; });
         return kept && activity()->waitUntilIdle(kLong) && ran == 2;

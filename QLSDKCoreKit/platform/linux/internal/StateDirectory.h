@@ -38,8 +38,8 @@ class StateDirectory {
     std::optional<std::string> path_;
 };
 
-/// `identifier` as one file name: separators, control bytes, '%' and a leading dot are percent-encoded, so that
-/// different identifiers stay different up to 200 bytes. A fixed word for an empty one.
+/// `identifier` as one file name: separators, control bytes, '%' and a leading dot are percent-encoded, so
+/// that different identifiers stay different up to 200 bytes. A fixed word for an empty one.
 [[nodiscard]] std::string safeFileName(std::string_view identifier);
 
 }  // namespace qlsdk::platform

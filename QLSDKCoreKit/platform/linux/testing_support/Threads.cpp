@@ -16,21 +16,13 @@ std::string nameOf(const std::filesystem::path& thread) {
     return name;
 }
 
-std::filesystem::directory_iterator threads() {
-    return std::filesystem::directory_iterator("/proc/self/task");
-}
-
 }  // namespace
 
-std::size_t threadCount() {
-    const auto all = threads();
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
-}
-
-std::size_t threadsNamed(const std::string& name) {
-    const auto all = threads();
-    return static_cast<std::size_t>(std::count_if(
-        begin(all), end(all), [&](const auto& thread) { return nameOf(thread.path()) == name; }));
+std::size_t threadsNamed(const std::string& beginning) {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<std::size_t>(std::count_if(begin(threads), end(threads), [&](const auto& thread) {
+        return nameOf(thread.path()).starts_with(beginning);
+    }));
 }
 
 std::string openSignals() {
@@ -43,6 +35,14 @@ std::string openSignals() {
         if (sigismember(&mask, number) == 0) open += std::to_string(number) + " ";
     }
     return open;
+}
+
+std::uint64_t pendingProcessSignals() {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == "ShdPnd:" && status >> word) return std::stoull(word, nullptr, 16);
+    }
+    return ~std::uint64_t{0};
 }
 
 }  // namespace qlsdk::platform::testing_support

@@ -1,0 +1,78 @@
+#include "QLSDKCoreKit/config/QLSDKDynamicConfigArchive.h"
+
+#include <array>
+#include <cstddef>
+#include <utility>
+
+#include "QLSDKCoreKit/platform/Files.h"
+#include "QLSDKCoreKit/platform/Platform.h"
+
+namespace qlsdk {
+
+namespace {
+
+using platform::ArchivedObject;
+
+constexpr std::size_t kCeilingBytes = std::size_t{4} << 20;
+
+constexpr std::array kClasses = {
+    platform::ArchivableClass{QLSDKDynamicConfigEntity::kClassName, QLSDKDynamicConfigEntity::initWithCoder},
+};
+
+Data archived(const DynamicConfigEntities& entities) {
+    ArchivedObject::Entries entries;
+    for (const auto& [name, entity] : entities) {
+        entries.emplace_back(name, std::shared_ptr<platform::Archivable>(entity));
+    }
+    return platform::archiveRootObject(ArchivedObject(std::move(entries)),
+                                       platform::RootClass::mutableDictionary);
+}
+
+std::optional<DynamicConfigEntities> unarchived(DataView bytes) {
+    const std::optional<ArchivedObject> root = platform::unarchiveRootObject(bytes, kClasses);
+    const std::optional<ArchivedObject::Entries> entries = root ? root->entries() : std::nullopt;
+    if (!entries) return std::nullopt;
+    DynamicConfigEntities entities;
+    for (const auto& [name, object] : *entries) {
+        auto entity = std::dynamic_pointer_cast<QLSDKDynamicConfigEntity>(object.record());
+        if (entity != nullptr) entities.insert_or_assign(name, std::move(entity));
+    }
+    return entities;
+}
+
+}  // namespace
+
+bool QLSDKDynamicConfigArchive::archiveSync(
+    const std::optional<DynamicConfigEntities>& entities) const noexcept {
+    try {
+        const std::optional<std::string>& path = _archivePath();
+        if (!entities || !path) return false;
+        const Data bytes = archived(*entities);
+        // What could not be read again would not be stored, whatever the write says.
+        if (bytes.empty() || bytes.size() > kCeilingBytes) return false;
+        return platform::replaceFile(*path, bytes);
+    } catch (...) {
+        // Without the memory for an archive nothing is stored, and that is what is said.
+        return false;
+    }
+}
+
+std::optional<DynamicConfigEntities> QLSDKDynamicConfigArchive::unarchiveSync() const {
+    const std::optional<std::string>& path = _archivePath();
+    if (!path) return std::nullopt;
+    const std::optional<Data> bytes = platform::readFile(*path, kCeilingBytes);
+    // On purpose: reading consumes the file, also one that cannot be read or decoded.
+    platform::removeFile(*path);
+    return bytes ? unarchived(*bytes) : std::nullopt;
+}
+
+const std::optional<std::string>& QLSDKDynamicConfigArchive::_archivePath() {
+    static const auto& path = *new std::optional<std::string>([]() -> std::optional<std::string> {
+        const std::optional<std::string> directory = platform::current().directories->cachesDirectory();
+        if (!directory) return std::nullopt;
+        return *directory + "/qlsdk-dynamic-config.plist";
+    }());
+    return path;
+}
+
+}  // namespace qlsdk

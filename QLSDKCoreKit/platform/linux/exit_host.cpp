@@ -1,0 +1,102 @@
+// A host that ends while the kit's threads are at work. Prints, as its very last act, how many microseconds
+// passed between the decision to end and the end; the test that starts it compares that with a host without
+// the kit.
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstdlib>
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <thread>
+
+#include <openssl/rand.h>
+#include <openssl/ssl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
+#include "QLSDKCoreKit/platform/linux/internal/OpenSsl.h"
+
+#if defined(__SANITIZE_THREAD__)
+// The sanitizer's own second of waiting at exit would drown ours.
+extern "C" const char* __tsan_default_options() {
+    return "atexit_sleep_ms=0";
+}
+#endif
+
+namespace {
+
+using namespace qlsdk::platform;
+using SteadyClock = std::chrono::steady_clock;
+
+SteadyClock::time_point decidedAt;
+
+// Registered before anything else, so that it runs after every other exit handler.
+void report() {
+    const auto micros =
+        std::chrono::duration_cast<std::chrono::microseconds>(SteadyClock::now() - decidedAt).count();
+    const auto value = static_cast<std::uint64_t>(micros);
+    if (write(STDOUT_FILENO, &value, sizeof value) != sizeof value) abort();
+}
+
+// Keeps all of the kit's threads busy: uploads without end, and tasks that seal and post again.
+void startWork(const char* connectTo, const char* caFile) {
+    if (!ensureOpenSsl()) abort();
+    const auto activity = std::make_shared<Activity>();
+    HttpOptions options;
+    options.connectTo = connectTo;
+    options.caFile = caFile;
+    options.proxy = "";
+    static auto& session = *new std::shared_ptr<UrlSession>(makeLinuxUrlSession(options, activity));
+    static std::atomic<int> started{0};
+    static const UrlCompletion& again = *new UrlCompletion([](UrlResult) {
+        ++started;
+        session->dataTask(
+            {.url = "https://localhost/", .method = "POST", .headers = {}, .body = qlsdk::Data(9'000)}, {},
+            again);
+    });
+    for (int i = 0; i < 4; ++i) again({});
+    static auto& queue =
+        *new std::shared_ptr<SerialQueue>(makeLinuxQueues(activity)->makeSerialQueue("busy"));
+    static const Task& task = *new std::function<void()>([] {
+        ++started;
+        std::uint8_t drawn[16];
+        RAND_bytes(drawn, sizeof drawn);
+        queue->async(task);
+    });
+    queue->async(task);
+    while (started < 50) std::this_thread::yield();
+}
+
+[[noreturn]] void endFromAnotherThread() {
+    std::thread([] { std::exit(0); }).detach();
+    for (;;) pause();
+}
+
+}  // namespace
+
+/// exit_host WAY WHO CONNECT_TO CA_FILE PAUSE: WAY return, exit, thread, quick_exit, _exit or signal;
+/// WHO "host" when the host initialises OpenSSL first, "kit" when the kit does, "none" for no kit at all;
+/// PAUSE microseconds of work before the end.
+int main(int, char** arguments) {
+    const std::string_view way = arguments[1];
+    const std::string_view who = arguments[2];
+    std::atexit(report);
+    std::at_quick_exit(report);
+    if (who != "kit") OPENSSL_init_ssl(0, nullptr);
+    if (who != "none") startWork(arguments[3], arguments[4]);
+    usleep(static_cast<useconds_t>(std::atoi(arguments[5])));
+
+    decidedAt = SteadyClock::now();
+    if (way == "exit") std::exit(0);
+    if (way == "thread") endFromAnotherThread();
+    if (way == "quick_exit") std::quick_exit(0);
+    if (way == "_exit") {
+        report();
+        _exit(0);
+    }
+    if (way == "signal") raise(SIGTERM);
+    return 0;
+}
