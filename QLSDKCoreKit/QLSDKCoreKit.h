@@ -2,9 +2,10 @@
 
 /// The core library of the Quillo kits: start here.
 ///
-/// There is no initialisation call and nothing to shut down. The first use of `QLSDKClientSetup` reads the host's
-/// property list; a host that wants its own platform parts installs them before that (platform/Platform.h).
-/// What holds everywhere (threads, nulls, ownership, errors) stands in docs/conventions.md.
+/// There is no initialisation call and nothing to shut down. The first use of `QLSDKClientSetup` reads the
+/// host's property list; a host that wants its own platform parts installs them before that
+/// (platform/Platform.h). What holds everywhere (threads, nulls, ownership, errors) stands in
+/// docs/conventions.md.
 
 // The host and its configuration.
 #include "QLSDKCoreKit/core/QLSDKClientSetup.h"

@@ -1,4 +1,4 @@
-#include "testing/RunningCollector.h"
+#include "testing/HostApplication.h"
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -10,31 +10,18 @@ using ::testing::HasSubstr;
 using testing::RunningCollector;
 using ::testing::StartsWith;
 
-/// A host application with its own property list and state.
 class Client : public ::testing::Test {
   protected:
-    void SetUp() override {
-        testing::writeFile(plist_, R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>
-            <key>CFBundleIdentifier</key><string>com.example.app</string>
-            <key>QLSDKClientId</key><string>client-7</string></dict></plist>)");
-    }
-
-    [[nodiscard]] Finished run(const RunningCollector& collector, std::vector<std::string> words) const {
-        words.insert(words.begin(), QUILLKIT_BINARY);
-        const std::vector<std::string> host{
-            "--info-plist",           plist_, "--home", home_, "--connect-to", collector.address(), "--ca",
-            collector.authorityFile()};
-        words.insert(words.end(), host.begin(), host.end());
-        return testing::runToEnd(words);
+    [[nodiscard]] Finished run(const RunningCollector& collector,
+                               const std::vector<std::string>& words) const {
+        return host_.run(collector, words);
     }
 
     [[nodiscard]] Finished sendHeartbeat(const RunningCollector& collector, const std::string& kit) const {
         return run(collector, {"send", "heartbeat", "--kit", kit, "--kit-version", "2.5", "--wait", "60"});
     }
 
-    qlsdk::platform::testing::TemporaryDirectories directory_;
-    const std::string plist_ = directory_.path() + "/Info.plist";
-    const std::string home_ = directory_.path() + "/home";
+    const testing::HostApplication host_;
 };
 
 TEST_F(Client, DeliversOneHeartbeatADay) {
@@ -61,7 +48,7 @@ TEST_F(Client, SaysWhatBecameOfAHeartbeatThatIsNotAccepted) {
     const RunningCollector collector({"--answer", "503", "--answer", "drop", "--answer", "403"});
     const Finished refused = sendHeartbeat(collector, "access");
     EXPECT_EQ(refused.exitStatus, 1);
-    EXPECT_THAT(refused.output, StartsWith("queued\nkept for one retry in " + home_));
+    EXPECT_THAT(refused.output, StartsWith("queued\nkept for one retry in " + host_.home()));
     EXPECT_THAT(refused.output, HasSubstr("qlsdk-heartbeat.plist: answered 503\n"));
     // The first one's retry goes along with the second heartbeat and fails with it.
     const Finished dropped = sendHeartbeat(collector, "feed");
@@ -96,7 +83,7 @@ TEST_F(Client, ProbesItsHost) {
     EXPECT_THAT(first.output, HasSubstr("  client id: \"client-7\"\n"));
     EXPECT_THAT(first.output, HasSubstr("  redirect URL: null\n"));
     EXPECT_THAT(first.output, HasSubstr("  runs with a debugger: false\n"));
-    EXPECT_THAT(first.output, HasSubstr("  caches directory: \"" + home_ + "/"));
+    EXPECT_THAT(first.output, HasSubstr("  caches directory: \"" + host_.home() + "/"));
     // The installation id is the same the next time.
     EXPECT_EQ(run(collector, {"probe"}).output, first.output);
     EXPECT_TRUE(collector.logged().empty());

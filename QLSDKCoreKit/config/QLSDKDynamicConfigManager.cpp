@@ -79,9 +79,8 @@ void QLSDKDynamicConfigManager::update(std::shared_ptr<const DynamicConfigCallba
     if (state == QLSDKDynamicConfigStateFetching) return;
     state_ = QLSDKDynamicConfigStateFetching;
     // Strongly, as above: the callbacks wait in the manager.
-    _fetchLatestConfig([self = shared_from_this()](std::optional<DynamicConfigEntities> entities) {
-        self->queue_->async(
-            [self, entities = std::move(entities)] { self->_handleFetchCompletion(entities); });
+    _fetchLatestConfig([self = shared_from_this()](const std::optional<DynamicConfigEntities>& entities) {
+        self->queue_->async([self, entities] { self->_handleFetchCompletion(entities); });
     });
 }
 

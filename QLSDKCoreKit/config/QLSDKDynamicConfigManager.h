@@ -79,7 +79,7 @@ class QLSDK_EXPORT QLSDKDynamicConfigManager final
 
   private:
     /// Hears what was fetched, absent for a failed fetch; exactly once, on any thread.
-    using FetchCompletion = std::function<void(std::optional<DynamicConfigEntities> entities)>;
+    using FetchCompletion = std::function<void(const std::optional<DynamicConfigEntities>& entities)>;
 
     QLSDKDynamicConfigManager(QLSDKDynamicConfigArchive archive, std::string kitVersion);
 

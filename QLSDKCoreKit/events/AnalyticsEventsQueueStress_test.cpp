@@ -41,7 +41,8 @@ class MoodyServer final : public platform::UrlSession {
         const auto mood = calm_ ? 0 : random_() % 3;
         if (mood == 1) return {.error = platform::UrlError{7, "reset"}, .response = {}, .body = {}};
         const std::int64_t status = mood == 2 ? 500 : 200;
-        return {.error = {}, .response = platform::UrlResponse{.statusCode = status, .headers = {}}, .body = {}};
+        return {
+            .error = {}, .response = platform::UrlResponse{.statusCode = status, .headers = {}}, .body = {}};
     }
 
     std::shared_ptr<platform::SerialQueue> thread_;

@@ -19,14 +19,17 @@ inline constexpr std::string_view kBundleVersionKey = "CFBundleVersion";
 class QLSDK_EXPORT Bundle {
   public:
     /// `path`: where the bundle lies. `infoDictionary`: its property list, null when it has none or when the
-    /// file could not be read as a dictionary. `localizedStrings`: key to text in the user's language, or null.
+    /// file could not be read as a dictionary. `localizedStrings`: key to text in the user's language, or
+    /// null.
     Bundle(std::string path, Value infoDictionary, Value localizedStrings = {});
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
     [[nodiscard]] const Value& infoDictionary() const noexcept { return infoDictionary_; }
 
     /// The property-list value under `key` as stored; null when absent.
-    [[nodiscard]] Value objectForInfoDictionaryKey(std::string_view key) const { return infoDictionary_[key]; }
+    [[nodiscard]] Value objectForInfoDictionaryKey(std::string_view key) const {
+        return infoDictionary_[key];
+    }
 
     /// The value under `key` rendered as text; absent when the key is.
     [[nodiscard]] std::optional<std::string> textForInfoDictionaryKey(std::string_view key) const;

@@ -26,6 +26,8 @@ inline Data dataOf(std::string_view text) {
 }
 
 /// The bytes seen as text. No check is made that they are UTF-8.
-inline std::string textOf(DataView bytes) { return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; }
+inline std::string textOf(DataView bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
 
 }  // namespace qlsdk

@@ -25,7 +25,7 @@ class QLSDK_EXPORT Fonts {
     /// The font known under exactly that name (PostScript or full name); null when the system does not know
     /// it. Never another font in its place.
     [[nodiscard]] virtual std::shared_ptr<const Font> fontWithName(const std::string& name,
-                                                                  double pointSize) = 0;
+                                                                   double pointSize) = 0;
 };
 
 }  // namespace qlsdk::platform

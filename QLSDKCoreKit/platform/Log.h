@@ -17,8 +17,8 @@ class QLSDK_EXPORT Log {
     virtual void write(std::string_view line) noexcept = 0;
 };
 
-/// `text` with every control character written as an escape (a line feed becomes "\n", byte 1 "\x01"), so that
-/// one event stays one line and a hostile value cannot forge another.
+/// `text` with every control character written as an escape (a line feed becomes "\n", byte 1 "\x01"), so
+/// that one event stays one line and a hostile value cannot forge another.
 [[nodiscard]] QLSDK_EXPORT std::string escapedForLog(std::string_view text);
 
 /// Writes one escaped line to the current platform's log. Any thread; never throws.

@@ -56,6 +56,8 @@ const Platform& current() {
     return *theCurrent.load(std::memory_order_acquire);
 }
 
-bool waitUntilIdle(std::chrono::milliseconds timeout) { return current().activity->waitUntilIdle(timeout); }
+bool waitUntilIdle(std::chrono::milliseconds timeout) {
+    return current().activity->waitUntilIdle(timeout);
+}
 
 }  // namespace qlsdk::platform

@@ -58,9 +58,9 @@ enum class InstallResult {
 /// The platform in use; the first call settles it. Never destroyed, no member is null. Any thread.
 [[nodiscard]] QLSDK_EXPORT const Platform& current();
 
-/// Blocks until the kit has nothing more to do (no queued work, no request in flight) or `timeout` has passed;
-/// true when idle. For a short-lived host that wants to give its last events a chance. Work that waits on the
-/// main queue does not count. Any thread but the kit's own.
+/// Blocks until the kit has nothing more to do (no queued work, no request in flight) or `timeout` has
+/// passed; true when idle. For a short-lived host that wants to give its last events a chance. Work that
+/// waits on the main queue does not count. Any thread but the kit's own.
 [[nodiscard]] QLSDK_EXPORT bool waitUntilIdle(std::chrono::milliseconds timeout);
 
 /// The platform of this build for this system, every member set. Defined by the adapters linked in.

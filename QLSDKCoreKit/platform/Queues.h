@@ -28,8 +28,8 @@ class QLSDK_EXPORT SerialQueue {
 /// never does is unharmed, its tasks just never run. Only one thread may pump at a time.
 class QLSDK_EXPORT MainQueue : public SerialQueue {
   public:
-    /// For a host with a poll loop: readable while tasks wait. Owned by the queue; -1 where the platform's own
-    /// main loop does the pumping.
+    /// For a host with a poll loop: readable while tasks wait. Owned by the queue; -1 where the platform's
+    /// own main loop does the pumping.
     [[nodiscard]] virtual int fileDescriptor() = 0;
 
     /// Runs the tasks that waited when the call began, not those they add, and returns how many ran. Called

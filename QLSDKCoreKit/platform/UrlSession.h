@@ -76,9 +76,9 @@ using UrlCompletion = std::function<void(UrlResult)>;
 /// Port: the shared HTTP session.
 ///
 /// Any thread. HTTPS with verification of the peer that cannot be switched off. Header values that hold a CR,
-/// LF or NUL end the task with an error before anything is sent. No redirect is followed, so that the request's
-/// headers never reach another origin: its own status is the answer. Each completion is called exactly once on
-/// every path, on a thread of the session's, and nothing that it throws gets out.
+/// LF or NUL end the task with an error before anything is sent. No redirect is followed, so that the
+/// request's headers never reach another origin: its own status is the answer. Each completion is called
+/// exactly once on every path, on a thread of the session's, and nothing that it throws gets out.
 class QLSDK_EXPORT UrlSession {
   public:
     virtual ~UrlSession() = default;

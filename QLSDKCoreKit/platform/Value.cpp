@@ -65,15 +65,33 @@ void appendDictionary(std::string& text, const Dictionary& dictionary) {
 
 void append(std::string& text, const Value& value) {
     switch (value.kind()) {
-        case Value::Kind::null: text += "(null)"; break;
-        case Value::Kind::string: text += *value.string(); break;
-        case Value::Kind::unsignedInteger: text += digits(static_cast<std::uint64_t>(value.longValue())); break;
-        case Value::Kind::real: text += digits(value.doubleValue()); break;
-        case Value::Kind::data: appendData(text, *value.data()); break;
-        case Value::Kind::date: text += digits(value.date()->secondsSince1970); break;
-        case Value::Kind::array: appendArray(text, *value.array()); break;
-        case Value::Kind::dictionary: appendDictionary(text, *value.dictionary()); break;
-        default: text += digits(value.longValue()); break;
+        case Value::Kind::null:
+            text += "(null)";
+            break;
+        case Value::Kind::string:
+            text += *value.string();
+            break;
+        case Value::Kind::unsignedInteger:
+            text += digits(static_cast<std::uint64_t>(value.longValue()));
+            break;
+        case Value::Kind::real:
+            text += digits(value.doubleValue());
+            break;
+        case Value::Kind::data:
+            appendData(text, *value.data());
+            break;
+        case Value::Kind::date:
+            text += digits(value.date()->secondsSince1970);
+            break;
+        case Value::Kind::array:
+            appendArray(text, *value.array());
+            break;
+        case Value::Kind::dictionary:
+            appendDictionary(text, *value.dictionary());
+            break;
+        default:
+            text += digits(value.longValue());
+            break;
     }
 }
 
@@ -88,15 +106,29 @@ Value::Value(Data data) : content_(std::make_shared<const Data>(std::move(data))
 Value::Value(Array array) : content_(std::make_shared<const Array>(std::move(array))) {}
 Value::Value(Dictionary dictionary) : content_(std::make_shared<const Dictionary>(std::move(dictionary))) {}
 
-Value::Kind Value::kind() const noexcept { return static_cast<Kind>(content_.index()); }
+Value::Kind Value::kind() const noexcept {
+    return static_cast<Kind>(content_.index());
+}
 
-bool Value::isNumber() const noexcept { return kind() >= Kind::boolean && kind() <= Kind::real; }
+bool Value::isNumber() const noexcept {
+    return kind() >= Kind::boolean && kind() <= Kind::real;
+}
 
-const std::string* Value::string() const noexcept { return shared<std::string>(content_); }
-const Data* Value::data() const noexcept { return shared<Data>(content_); }
-const Date* Value::date() const noexcept { return std::get_if<Date>(&content_); }
-const Array* Value::array() const noexcept { return shared<Array>(content_); }
-const Dictionary* Value::dictionary() const noexcept { return shared<Dictionary>(content_); }
+const std::string* Value::string() const noexcept {
+    return shared<std::string>(content_);
+}
+const Data* Value::data() const noexcept {
+    return shared<Data>(content_);
+}
+const Date* Value::date() const noexcept {
+    return std::get_if<Date>(&content_);
+}
+const Array* Value::array() const noexcept {
+    return shared<Array>(content_);
+}
+const Dictionary* Value::dictionary() const noexcept {
+    return shared<Dictionary>(content_);
+}
 
 bool Value::boolValue() const noexcept {
     const double* real = std::get_if<double>(&content_);
@@ -105,19 +137,27 @@ bool Value::boolValue() const noexcept {
 
 std::int64_t Value::longValue() const noexcept {
     switch (kind()) {
-        case Kind::boolean: return std::get<bool>(content_) ? 1 : 0;
-        case Kind::integer: return std::get<std::int64_t>(content_);
-        case Kind::unsignedInteger: return static_cast<std::int64_t>(std::get<std::uint64_t>(content_));
-        case Kind::real: return truncateToInt64(std::get<double>(content_));
-        default: return 0;
+        case Kind::boolean:
+            return std::get<bool>(content_) ? 1 : 0;
+        case Kind::integer:
+            return std::get<std::int64_t>(content_);
+        case Kind::unsignedInteger:
+            return static_cast<std::int64_t>(std::get<std::uint64_t>(content_));
+        case Kind::real:
+            return truncateToInt64(std::get<double>(content_));
+        default:
+            return 0;
     }
 }
 
 double Value::doubleValue() const noexcept {
     switch (kind()) {
-        case Kind::unsignedInteger: return static_cast<double>(std::get<std::uint64_t>(content_));
-        case Kind::real: return std::get<double>(content_);
-        default: return static_cast<double>(longValue());
+        case Kind::unsignedInteger:
+            return static_cast<double>(std::get<std::uint64_t>(content_));
+        case Kind::real:
+            return std::get<double>(content_);
+        default:
+            return static_cast<double>(longValue());
     }
 }
 
@@ -131,11 +171,16 @@ bool operator==(const Value& left, const Value& right) {
     if (left.content_ == right.content_) return true;
     if (left.kind() != right.kind()) return false;
     switch (left.kind()) {
-        case Value::Kind::string: return *left.string() == *right.string();
-        case Value::Kind::data: return *left.data() == *right.data();
-        case Value::Kind::array: return *left.array() == *right.array();
-        case Value::Kind::dictionary: return *left.dictionary() == *right.dictionary();
-        default: return false;
+        case Value::Kind::string:
+            return *left.string() == *right.string();
+        case Value::Kind::data:
+            return *left.data() == *right.data();
+        case Value::Kind::array:
+            return *left.array() == *right.array();
+        case Value::Kind::dictionary:
+            return *left.dictionary() == *right.dictionary();
+        default:
+            return false;
     }
 }
 
@@ -198,7 +243,9 @@ std::string describe(const Value& value) {
     return text;
 }
 
-std::string describe(const std::optional<std::string>& text) { return text.value_or("(null)"); }
+std::string describe(const std::optional<std::string>& text) {
+    return text.value_or("(null)");
+}
 
 std::int64_t truncateToInt64(double number) noexcept {
     // 2^63 is exactly representable; the signed maximum is not, so the upper bound excludes it.

@@ -46,8 +46,8 @@ class QLSDK_EXPORT Value {
     Value(std::same_as<bool> auto boolean) noexcept : content_(boolean) {}
     Value(std::signed_integral auto number) noexcept : content_(static_cast<std::int64_t>(number)) {}
     template <std::unsigned_integral T>
-        requires(!std::same_as<T, bool>)
-    Value(T number) noexcept {
+    requires(!std::same_as<T, bool>) Value(T number)
+    noexcept {
         if (static_cast<std::uint64_t>(number) <= static_cast<std::uint64_t>(INT64_MAX)) {
             content_ = static_cast<std::int64_t>(number);
         } else {
@@ -129,7 +129,8 @@ class QLSDK_EXPORT Dictionary {
 };
 
 /// The platform's "%@" rendering of any value: "(null)" for null, the text itself for a string, decimal
-/// digits that never depend on the locale for numbers (true is 1), containers in the old property-list style. Cut past 64 KiB.
+/// digits that never depend on the locale for numbers (true is 1), containers in the old property-list style.
+/// Cut past 64 KiB.
 [[nodiscard]] QLSDK_EXPORT std::string describe(const Value& value);
 
 /// "%@" for a text that may be absent.

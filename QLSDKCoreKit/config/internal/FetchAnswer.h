@@ -14,17 +14,17 @@ namespace qlsdk {
 /// that drops its completion all end as they should. Any thread.
 class FetchAnswer final {
   public:
-    using Completion = std::function<void(std::optional<DynamicConfigEntities> entities)>;
+    using Completion = std::function<void(const std::optional<DynamicConfigEntities>& entities)>;
 
     explicit FetchAnswer(Completion completion) : completion_(std::move(completion)) {}
     ~FetchAnswer() { give(std::nullopt); }
     FetchAnswer(const FetchAnswer&) = delete;
     FetchAnswer& operator=(const FetchAnswer&) = delete;
 
-    void give(std::optional<DynamicConfigEntities> entities) noexcept {
+    void give(const std::optional<DynamicConfigEntities>& entities) noexcept {
         if (given_.test_and_set()) return;
         try {
-            completion_(std::move(entities));
+            completion_(entities);
         } catch (...) {
             // Without the memory to pass an answer on nobody can be told of it.
         }

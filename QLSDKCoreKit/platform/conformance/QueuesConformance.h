@@ -22,7 +22,9 @@ struct QueuesUnderTest {
 };
 
 /// Names the case in the lists of the test runner.
-inline void PrintTo(const QueuesUnderTest& suite, std::ostream* out) { *out << suite.name; }
+inline void PrintTo(const QueuesUnderTest& suite, std::ostream* out) {
+    *out << suite.name;
+}
 
 /// What every adapter of the queues port promises. Instantiate with one `QueuesUnderTest` per adapter.
 class QueuesConformance : public ::testing::TestWithParam<QueuesUnderTest> {

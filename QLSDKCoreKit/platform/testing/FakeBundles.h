@@ -23,7 +23,8 @@ class FakeBundles final : public Bundles {
     }
     /// The bundle of kits and of the library; the main bundle until this is called.
     void setKit(Dictionary info, Value localizedStrings = {}) {
-        kit_ = std::make_shared<const Bundle>("/opt/example/kit", std::move(info), std::move(localizedStrings));
+        kit_ =
+            std::make_shared<const Bundle>("/opt/example/kit", std::move(info), std::move(localizedStrings));
     }
 
     std::shared_ptr<const Bundle> mainBundle() override { return main_; }

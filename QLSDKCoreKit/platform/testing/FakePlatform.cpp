@@ -21,6 +21,8 @@ Platform FakePlatform::platform() const {
             .activity = std::make_shared<Activity>()};
 }
 
-bool FakePlatform::install() const { return platform::install(platform()) == InstallResult::installed; }
+bool FakePlatform::install() const {
+    return platform::install(platform()) == InstallResult::installed;
+}
 
 }  // namespace qlsdk::platform::testing

@@ -17,8 +17,8 @@
 
 namespace qlsdk::platform::testing {
 
-/// A whole platform of fakes for a host's own tests. Change the fakes, `install` the platform before the kit's
-/// first use, and drive the kit from the test. The kit's shared objects live as long as the process, so
+/// A whole platform of fakes for a host's own tests. Change the fakes, `install` the platform before the
+/// kit's first use, and drive the kit from the test. The kit's shared objects live as long as the process, so
 /// each test that touches them wants a process of its own.
 struct FakePlatform {
     std::shared_ptr<FakeClock> clock = std::make_shared<FakeClock>();

@@ -27,7 +27,8 @@ void call(const UrlCompletion& completion, UrlResult result) {
 
 void FakeUrlSession::dataTask(UrlRequest request, BodyCeiling ceiling, UrlCompletion completion) {
     if (hasForbiddenByte(request)) {
-        call(completion, {.error = UrlError{1, "forbidden byte in a header value"}, .response = {}, .body = {}});
+        call(completion,
+             {.error = UrlError{1, "forbidden byte in a header value"}, .response = {}, .body = {}});
         return;
     }
     const std::lock_guard lock(mutex_);

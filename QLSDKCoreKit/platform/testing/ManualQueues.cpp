@@ -11,7 +11,9 @@ void ManualQueue::async(Task task) {
     tasks_.push_back(std::move(task));
 }
 
-bool ManualQueue::isCurrent() const noexcept { return running_.load() == std::this_thread::get_id(); }
+bool ManualQueue::isCurrent() const noexcept {
+    return running_.load() == std::this_thread::get_id();
+}
 
 std::size_t ManualQueue::waiting() const {
     const std::lock_guard lock(mutex_);

@@ -1,8 +1,8 @@
 #include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
 
-#include <stdlib.h>
-
 #include <filesystem>
+
+#include <stdlib.h>
 
 namespace qlsdk::platform::testing {
 
