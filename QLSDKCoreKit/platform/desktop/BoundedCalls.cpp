@@ -1,6 +1,9 @@
 #include "QLSDKCoreKit/platform/desktop/internal/BoundedCalls.h"
 
+#include <atomic>
 #include <utility>
+
+#include <unistd.h>
 
 namespace qlsdk::platform {
 
@@ -18,6 +21,13 @@ sigset_t blockSignals() noexcept {
 }
 
 }  // namespace
+
+bool canUseGLib() noexcept {
+    static std::atomic<pid_t> user{0};
+    pid_t previous = 0;
+    const pid_t self = ::getpid();
+    return user.compare_exchange_strong(previous, self) || previous == self;
+}
 
 BoundedCalls::BoundedCalls(std::chrono::milliseconds limit)
     : previousMask_(blockSignals()), context_(g_main_context_new()), cancellable_(g_cancellable_new()) {

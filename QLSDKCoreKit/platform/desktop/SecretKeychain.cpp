@@ -126,6 +126,7 @@ class SecretKeychain final : public Keychain {
 
 OSStatus SecretKeychain::withStore(const Work& work) noexcept {
     try {
+        if (!canUseGLib()) return errSecNotAvailable;
         BoundedCalls calls(kCallLimit);
         SecretStore store(calls);
         const OSStatus status = store.open();

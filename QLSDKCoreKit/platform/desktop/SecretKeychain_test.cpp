@@ -154,7 +154,7 @@ TEST_F(SecretKeychain, LeavesTheHostsMainContextAlone) {
     g_source_remove(source);
 }
 
-// The child lacks the threads that GLib works with.
+// The child lacks GLib's threads, but perhaps not the locks that they held.
 TEST_F(SecretKeychain, AChildOfForkHearsThatItIsNotAvailable) {
     ASSERT_EQ(keychain->itemAdd(item("k")), errSecSuccess);
     const pid_t child = ::fork();

@@ -51,10 +51,11 @@ bool activateOverBus(BoundedCalls& calls, GAppInfo* handler, GList* urls) {
 }  // namespace
 
 bool hasUrlHandler(const std::string& url) {
-    return handlerOf(url) != nullptr;
+    return canUseGLib() && handlerOf(url) != nullptr;
 }
 
 bool launchUrlHandler(const std::string& url) {
+    if (!canUseGLib()) return false;
     BoundedCalls calls(kLaunchLimit);
     const ObjectPointer<GAppInfo> handler = handlerOf(url);
     if (!handler) return false;

@@ -8,6 +8,11 @@
 
 namespace qlsdk::platform {
 
+/// False in a child of fork() whose parent has worked with GLib through this library: GLib's threads are
+/// missing there, and a lock that one of them held at the fork is held for ever. Ask before any use of GLib;
+/// the answer counts as one. Any thread.
+[[nodiscard]] bool canUseGLib() noexcept;
+
 /// Carries asynchronous GIO calls to their end on the calling thread, all of them before one deadline.
 ///
 /// While the object stands, the thread has a main context of its own as its default: the host's loops neither
@@ -22,8 +27,8 @@ class BoundedCalls {
     BoundedCalls& operator=(const BoundedCalls&) = delete;
 
     /// `start(cancellable, callback, userData)` begins a call; returns what its finish function wants. Past
-    /// the deadline calls are cancelled. Null for one that does not end even then, as in a child of fork(),
-    /// which lacks the threads that GLib had started before: the call is left to itself.
+    /// the deadline calls are cancelled. Null for one that does not end even then, such as in a child of
+    /// fork() where the host itself had used GLib before: the call is left to itself.
     template <typename Start>
     [[nodiscard]] ObjectPointer<GAsyncResult> wait(const Start& start) {
         auto* const call = new Call;
