@@ -36,12 +36,12 @@ using Strand = asio::strand<asio::io_context::executor_type>;
 class Pool final : public ForkAware {
   public:
     static Pool& shared() {
-        static Pool& leaked = *[] {
-            auto& owner = *new std::shared_ptr<Pool>(std::make_shared<Pool>());
-            watchForks(owner);
-            return owner.get();
+        static const auto& leaked = *[] {
+            auto* pool = new std::shared_ptr<Pool>(std::make_shared<Pool>());
+            watchForks(*pool);
+            return pool;
         }();
-        return leaked;
+        return *leaked;
     }
 
     [[nodiscard]] Strand makeStrand() { return Strand(engine_->context.get_executor()); }
