@@ -93,10 +93,23 @@ TEST(LinuxQueues, StartsAtMostTwoNamedThreadsWithTheFirstTask) {
     const auto first = queues->makeSerialQueue("first");
     EXPECT_EQ(threadsNamed("qlsdk-"), 0u);
 
-    runOneTask(*first);
+    // Two tasks that wait for each other: after that, both threads have run and bear their names.
+    std::promise<void> firstRuns;
+    std::promise<void> secondRuns;
+    std::promise<void> met;
+    first->async([&] {
+        firstRuns.set_value();
+        secondRuns.get_future().wait();
+        met.set_value();
+    });
+    queues->makeSerialQueue("second")->async([&] {
+        firstRuns.get_future().wait();
+        secondRuns.set_value();
+    });
+    met.get_future().wait();
     for (int i = 0; i < 8; ++i) runOneTask(*queues->makeSerialQueue("another"));
-    EXPECT_EQ(threadsNamed("qlsdk-"), 2u);
     EXPECT_EQ(threadsNamed("qlsdk-pool-1") + threadsNamed("qlsdk-pool-2"), 2u);
+    EXPECT_EQ(threadsNamed("qlsdk-"), 2u);
 }
 
 TEST(LinuxQueues, BlocksEverySignalOnItsThreadsAndLeavesTheCallersMask) {
