@@ -14,6 +14,9 @@ namespace {
 
 constexpr std::uint64_t kThreads = 8;
 constexpr std::uint64_t kPushesPerThread = 10'000;
+/// A thread lets the queue catch up after so many pushes: every push rewrites the whole list, which grows
+/// without bound when nobody ever waits.
+constexpr std::uint64_t kPushesInARow = 10;
 constexpr std::chrono::minutes kPatience{5};
 
 /// A server that counts how often each sequence id reaches it and answers at random, on threads of its own.
@@ -82,6 +85,9 @@ TEST(AnalyticsEventsQueueStress, ManyThreadsAndAMoodyServerSendEachRecordOnceOrT
         pushers.emplace_back([&queue] {
             for (std::uint64_t i = 0; i < kPushesPerThread; ++i) {
                 queue->pushEvent(std::make_shared<EncodablePicoproto>(picoproto_new("Event")));
+                if (i % kPushesInARow == 0) {
+                    EXPECT_TRUE(platform::waitUntilIdle(kPatience));
+                }
             }
         });
     }

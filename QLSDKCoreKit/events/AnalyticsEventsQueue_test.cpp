@@ -63,7 +63,7 @@ class AnalyticsEventsQueueTest : public ::testing::Test {
                                              maxEventBuffer, delegate);
         run();
     }
-    void run() { fakes.queues->runUntilIdle(); }
+    void run() { fakes.queues->runSerialQueuesUntilIdle(); }
     void push(int count = 1) {
         for (int i = 0; i < count; ++i) queue->pushEvent(event());
         run();

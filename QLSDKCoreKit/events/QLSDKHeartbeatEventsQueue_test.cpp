@@ -15,7 +15,7 @@ class QLSDKHeartbeatEventsQueueTest : public ::testing::Test {
     /// Adds one heartbeat; true when it led to a request, which is answered with 200.
     bool sends(int kitType) {
         QLSDKHeartbeatEventsQueue::sharedInstance().addEvent({static_cast<QLSDKKitType>(kitType), "3.2"});
-        fakes.queues->runUntilIdle();
+        fakes.queues->runSerialQueuesUntilIdle();
         return fakes.urlSession->answer(200);
     }
 
@@ -80,7 +80,7 @@ TEST_F(QLSDKHeartbeatEventsQueueTest, OnlyTheTableOfKitsHasKeysAndTheAvatarsIsCu
 TEST_F(QLSDKHeartbeatEventsQueueTest, AFailedUploadDoesNotMakeTheKitDueAgain) {
     auto& queue = QLSDKHeartbeatEventsQueue::sharedInstance();
     queue.addEvent({QLSDKKitTypeFeed, std::nullopt});
-    fakes.queues->runUntilIdle();
+    fakes.queues->runSerialQueuesUntilIdle();
     ASSERT_TRUE(fakes.urlSession->fail("refused"));
     EXPECT_FALSE(sends(4));
 }

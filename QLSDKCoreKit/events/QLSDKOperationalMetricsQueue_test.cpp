@@ -20,7 +20,7 @@ class QLSDKOperationalMetricsQueueTest : public ::testing::Test {
 
     /// The body of the upload that ten recorded metrics have started.
     std::string body() {
-        fakes.queues->runUntilIdle();
+        fakes.queues->runSerialQueuesUntilIdle();
         const auto requests = fakes.urlSession->requests();
         if (requests.empty()) return "nothing was sent";
         EXPECT_TRUE(requests.back().url.ends_with("/v1/sdk/metrics/operational"));
@@ -32,7 +32,7 @@ class QLSDKOperationalMetricsQueueTest : public ::testing::Test {
 
 TEST_F(QLSDKOperationalMetricsQueueTest, SendsTenAtATimeWithTheTimestampFirst) {
     for (int i = 0; i < 9; ++i) queue().addCount(5, "x");
-    fakes.queues->runUntilIdle();
+    fakes.queues->runSerialQueuesUntilIdle();
     EXPECT_TRUE(fakes.urlSession->requests().empty());
     queue().addCount(5, "x");
     const std::string one("\x0A\x10\x12\x09\x08\xE8\x07\x10\x80\xCA\xB5\xEE\x01\x0A\x01x\x18\x05", 18);

@@ -25,18 +25,24 @@ struct Gate {
 std::atomic<Gate*> theGate{nullptr};
 thread_local bool thisThreadIsInside = false;
 
+void reopenInChild() {
+    // Only the forking thread lives on in a child, so nobody else is inside there.
+    auto* fresh = new Gate;
+    fresh->inside = thisThreadIsInside ? 1 : 0;
+    theGate.store(fresh);
+}
+
 Gate& gate() {
-    static const bool made = [] {
-        theGate.store(new Gate);
-        // Only the forking thread lives on in a child, so nobody else is inside there.
-        (void)pthread_atfork(nullptr, nullptr, [] {
-            theGate.store(new Gate);
-            theGate.load()->inside = thisThreadIsInside ? 1 : 0;
-        });
-        return true;
-    }();
-    (void)made;
-    return *theGate.load();
+    if (Gate* made = theGate.load()) return *made;
+    // No static initialisation, which a child would find begun and never ended when the fork meets it.
+    auto* fresh = new Gate;
+    Gate* earlier = nullptr;
+    if (theGate.compare_exchange_strong(earlier, fresh)) {
+        (void)pthread_atfork(nullptr, nullptr, reopenInChild);
+        return *fresh;
+    }
+    delete fresh;
+    return *earlier;
 }
 
 [[noreturn]] void park() noexcept {

@@ -60,13 +60,19 @@ std::vector<std::shared_ptr<ManualQueue>> ManualQueues::labelled(const std::stri
 
 std::size_t ManualQueues::runUntilIdle() {
     std::size_t total = 0;
+    for (std::size_t ran = 1; ran > 0; total += ran) ran = main_->drain() + runSerialQueuesUntilIdle();
+    return total;
+}
+
+std::size_t ManualQueues::runSerialQueuesUntilIdle() {
+    std::size_t total = 0;
     for (std::size_t ran = 1; ran > 0; total += ran) {
-        ran = main_->drain();
         std::vector<std::shared_ptr<ManualQueue>> queues;
         {
             const std::lock_guard lock(mutex_);
             queues = queues_;
         }
+        ran = 0;
         for (const auto& queue : queues) ran += queue->drain();
     }
     return total;

@@ -53,6 +53,8 @@ class ManualQueues final : public Queues {
 
     /// Runs tasks of all queues, the main one included, until none is left; returns how many ran.
     std::size_t runUntilIdle();
+    /// The same without the main queue, as in a host that never pumps it.
+    std::size_t runSerialQueuesUntilIdle();
 
   private:
     mutable std::mutex mutex_;
