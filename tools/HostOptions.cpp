@@ -3,9 +3,9 @@
 #include <iostream>
 
 #include "Failure.h"
+#include "HostPlatform.h"
 
 #include "QLSDKCoreKit/platform/Files.h"
-#include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
 
 namespace quillkit {
 
@@ -51,7 +51,7 @@ Host installHost(const Arguments& arguments) {
     // The library would only be quiet about these; a person wants to know.
     checkReadable(arguments, "--info-plist");
     checkReadable(arguments, "--ca");
-    Platform platform = makeLinuxPlatform(platformOptions(arguments));
+    Platform platform = makeHostPlatform(platformOptions(arguments));
     Host host{std::make_shared<ObservingUrlSession>(platform.urlSession),
               std::make_shared<ObservingUserDefaults>(platform.userDefaults)};
     platform.urlSession = host.urlSession;
