@@ -31,6 +31,13 @@ function(qlsdk_configure_target target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:qlsdk_build_flags>)
 endfunction()
 
+# Gives a program that tests run the sanitizer's options of this build.
+function(qlsdk_set_sanitizer_options target)
+    if(QLSDK_SANITIZE MATCHES thread)
+        target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/cmake/ThreadSanitizerOptions.cpp)
+    endif()
+endfunction()
+
 # qlsdk_add_test(NAME SOURCES file... [LIBRARIES lib...] [TIMEOUT seconds])
 # One test program. CTest runs each of its tests in a process of its own, because the kit's shared objects live
 # as long as the process.
@@ -43,6 +50,7 @@ function(qlsdk_add_test name)
         set(arg_TIMEOUT 120)
     endif()
     add_executable(${name} ${arg_SOURCES})
+    qlsdk_set_sanitizer_options(${name})
     qlsdk_configure_target(${name})
     target_link_libraries(${name} PRIVATE QLSDK::CoreKit QLSDK::Testing GTest::gmock_main ${arg_LIBRARIES})
     target_precompile_headers(${name} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:<gtest/gtest.h$<ANGLE-R>>)

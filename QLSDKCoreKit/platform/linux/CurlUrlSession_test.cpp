@@ -25,14 +25,6 @@
 #include "QLSDKCoreKit/platform/testing/FakeUrlSession.h"
 #include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
 
-#if defined(__SANITIZE_THREAD__)
-// The sanitizer refuses threads in a child of a process with threads, which is just what the fork test is
-// about.
-extern "C" const char* __tsan_default_options() {
-    return "die_after_fork=0";
-}
-#endif
-
 namespace qlsdk::platform {
 
 namespace {

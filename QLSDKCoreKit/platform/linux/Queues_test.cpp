@@ -20,14 +20,6 @@
 #include "QLSDKCoreKit/platform/linux/testing_support/Threads.h"
 #include "QLSDKCoreKit/platform/testing/ManualQueues.h"
 
-#if defined(__SANITIZE_THREAD__)
-// The sanitizer refuses threads in a child of a process with threads, which is just what the fork tests are
-// about.
-extern "C" const char* __tsan_default_options() {
-    return "die_after_fork=0";
-}
-#endif
-
 namespace qlsdk::platform {
 
 namespace {
