@@ -244,6 +244,9 @@ void AnalyticsEventsQueue::_addEvents(const EventList& events) {
 void AnalyticsEventsQueue::_clearEvents() {
     assert(operationQueue_->isCurrent());
     eventQueue_.clear();
+    // On purpose: the file is read and decoded once more before it goes, and whatever comes of that is
+    // dropped.
+    (void)readQueueArchive(archivePath_);
     platform::removeFile(archivePath_);
 }
 
