@@ -1,0 +1,14 @@
+#include <benchmark/benchmark.h>
+
+#include "Contest.h"
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+    qlsdk::bench::addWireContests();
+    //    qlsdk::bench::addArchiveContests();
+    //    qlsdk::bench::addCodecContests();
+    //    qlsdk::bench::addFileContests();
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
