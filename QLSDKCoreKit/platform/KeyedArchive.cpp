@@ -71,7 +71,12 @@ std::optional<ArchivedObject::Entries> ArchivedObject::entries() const {
 }
 
 Data archiveRootObject(const ArchivedObject& root, RootClass rootClass) try {
-    return KeyedArchiver(rootClass).archive(root);
+    for (const auto widths : BinaryPropertyListWriter::kWidths) {
+        KeyedArchiver archiver(rootClass, widths);
+        Data file = archiver.archive(root);
+        if (!file.empty() || archiver.nestsTooDeep()) return file;
+    }
+    return {};
 } catch (...) {
     // Out of memory, or a record that threw: an archive is best effort, and half of one is worth nothing.
     return {};

@@ -4,28 +4,32 @@
 #include <cstdint>
 #include <span>
 #include <string_view>
-#include <vector>
 
 #include "QLSDKCoreKit/platform/Data.h"
+#include "QLSDKCoreKit/platform/internal/PropertyListBytes.h"
 
 namespace qlsdk::platform {
 
-/// Builds a binary property list from nodes in one flat arena: no allocation for a node of its own, and one
-/// pass into one buffer when all are known, because only then the width of a reference is.
+/// Writes the objects of a binary property list one behind the other, each once and at once, into one buffer,
+/// and the table of their offsets into another. Both only grow.
 ///
-/// Text and data are borrowed until `finish`. Node 0 is the top dictionary, set last with `setTop`.
+/// An object names the objects that it holds by number, in a width that is fixed from the start: a writer
+/// that has outgrown its widths no longer fits, and the list is written again with the next wider ones.
 class BinaryPropertyListWriter {
   public:
-    using Node = std::uint32_t;
-    struct Field {
-        Node key;
-        Node value;
+    using Node = PropertyListNode;
+    using Field = PropertyListField;
+    struct Widths {
+        std::uint8_t referenceBytes;
+        std::uint8_t offsetBytes;
     };
+    /// From small files to those of 4 GiB, where offsets end.
+    static constexpr Widths kWidths[] = {{1, 2}, {2, 4}, {4, 4}};
 
-    BinaryPropertyListWriter();
+    /// Node 0, the top object, is reserved.
+    explicit BinaryPropertyListWriter(Widths widths);
 
     Node addBoolean(bool boolean);
-    /// As everyone reads it: 1, 2 or 4 bytes unsigned, else (and when negative) 8 bytes signed.
     Node addInteger(std::int64_t number);
     Node addReal(double number);
     Node addData(DataView bytes);
@@ -34,35 +38,29 @@ class BinaryPropertyListWriter {
     Node addUid(std::uint32_t uid);
     Node addArray(std::span<const Node> elements);
     Node addDictionary(std::span<const Field> fields);
-    void setTop(std::span<const Field> fields);
 
-    /// The file. Empty when it would pass 4 GiB, where offsets end.
-    [[nodiscard]] Data finish() const;
+    /// The number of an object whose bytes come later.
+    Node reserve();
+    void setOffset(Node node, std::size_t offset) noexcept;
+
+    [[nodiscard]] Widths widths() const noexcept { return widths_; }
+    [[nodiscard]] std::size_t count() const noexcept { return count_; }
+    [[nodiscard]] DataView objects() const noexcept { return objects_; }
+    [[nodiscard]] DataView offsets() const noexcept { return offsets_; }
+    /// Whether the widths do for the objects so far and an offset table that begins at `tableOffset`.
+    [[nodiscard]] bool fits(std::size_t tableOffset) const noexcept;
+
+    void setTop(std::span<const Field> fields);
+    /// The file; empty when it does not fit. The writer is of no use afterwards.
+    [[nodiscard]] Data finish();
 
   private:
-    enum class Kind : std::uint8_t { no, yes, integer, real, data, ascii, utf16, uid, array, dictionary };
-    struct Entry {
-        Kind kind;
-        /// Bytes of data and text, elements of an array, fields of a dictionary.
-        std::uint32_t count;
-        union {
-            std::uint64_t bits;
-            const std::uint8_t* bytes;
-            /// Where the references begin in `references_`.
-            std::size_t first;
-        };
-    };
+    Node begin();
 
-    Node add(Kind kind, std::uint64_t bits);
-    Node addBytes(Kind kind, DataView bytes, std::size_t writtenBytes);
-    Entry dictionaryEntry(std::span<const Field> fields);
-    std::uint8_t* writeEntry(const Entry& entry, std::size_t referenceBytes, std::uint8_t* out) const;
-
-    std::vector<Entry> entries_;
-    std::vector<Node> references_;
-    /// At least what data and text take in the file.
-    std::size_t contentBytes_ = 0;
-    bool tooLarge_ = false;
+    const Widths widths_;
+    Data objects_;
+    Data offsets_;
+    std::size_t count_ = 0;
 };
 
 }  // namespace qlsdk::platform

@@ -140,14 +140,16 @@ TEST(BinaryPropertyList, KeepsSharedObjectsShared) {
     EXPECT_TRUE(parseBinaryPropertyList(files[1]).has_value());
 }
 
-TEST(BinaryPropertyListWriter, TakesTheWidthThatCountsNeed) {
+TEST(BinaryPropertyListWriter, FitsAsManyObjectsAsItsWidthCounts) {
     struct Case {
         std::size_t objects;
-        std::uint8_t referenceBytes;
+        BinaryPropertyListWriter::Widths widths;
+        bool fits;
     };
-    // Node 0 is the top, 1 its key, 2 the array.
-    for (const Case& c : {Case{255, 1}, Case{256, 2}, Case{65535, 2}, Case{65536, 4}}) {
-        BinaryPropertyListWriter writer;
+    // Node 0 is the top, 1 its key, the last one the array.
+    for (const Case& c : {Case{255, {1, 2}, true}, Case{256, {1, 2}, false}, Case{256, {2, 4}, true},
+                          Case{65535, {2, 4}, true}, Case{65536, {2, 4}, false}, Case{65536, {4, 4}, true}}) {
+        BinaryPropertyListWriter writer(c.widths);
         const auto key = writer.addText("k");
         std::vector<BinaryPropertyListWriter::Node> elements;
         for (std::size_t i = 3; i < c.objects; ++i)
@@ -155,7 +157,8 @@ TEST(BinaryPropertyListWriter, TakesTheWidthThatCountsNeed) {
         const BinaryPropertyListWriter::Field top{key, writer.addArray(elements)};
         writer.setTop({&top, 1});
         const Data file = writer.finish();
-        EXPECT_EQ(file[file.size() - 25], c.referenceBytes) << c.objects;
+        EXPECT_EQ(file.empty(), !c.fits) << c.objects;
+        if (!c.fits) continue;
         EXPECT_EQ(textOf(runPython("import plistlib, sys\n"
                                    "print(sum(u.data for u in plistlib.loads(sys.stdin.buffer.read())['k']))",
                                    file)),
@@ -163,15 +166,18 @@ TEST(BinaryPropertyListWriter, TakesTheWidthThatCountsNeed) {
     }
 }
 
-TEST(BinaryPropertyListWriter, TakesTheWidthThatOffsetsNeed) {
-    for (const std::size_t size : {0U, 200U, 240U, 250U, 65500U, 65600U}) {
-        BinaryPropertyListWriter writer;
+TEST(BinaryPropertyListWriter, FitsAsManyBytesAsItsOffsetsReach) {
+    for (const auto& [size, fits] : {std::pair{0U, true}, {65500U, true}, {65510U, true}, {65520U, false}}) {
+        BinaryPropertyListWriter writer({1, 2});
         const Data bytes(size, 1);
         const BinaryPropertyListWriter::Field top{writer.addText("k"), writer.addData(bytes)};
         writer.setTop({&top, 1});
+        const Data file = writer.finish();
+        EXPECT_EQ(!file.empty(), fits) << size;
+        if (!fits) continue;
         EXPECT_EQ(
             textOf(runPython("import plistlib, sys\nprint(len(plistlib.loads(sys.stdin.buffer.read())['k']))",
-                             writer.finish())),
+                             file)),
             std::to_string(size) + "\n");
     }
 }

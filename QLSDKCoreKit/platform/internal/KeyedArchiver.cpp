@@ -22,7 +22,7 @@ constexpr std::array kNullChain{keyed::kNull, keyed::kRootObject};
 
 }  // namespace
 
-KeyedArchiver::KeyedArchiver(RootClass rootClass) : rootClass_(rootClass) {
+KeyedArchiver::KeyedArchiver(RootClass rootClass, Widths widths) : rootClass_(rootClass), writer_(widths) {
     // Room for an ordinary queue of some ten events, so that its archive takes a fixed number of allocations.
     objects_.reserve(64);
     uidNodes_.reserve(64);
@@ -31,20 +31,25 @@ KeyedArchiver::KeyedArchiver(RootClass rootClass) : rootClass_(rootClass) {
     elements_.reserve(32);
     keys_.reserve(32);
     classes_.reserve(8);
+    inlineObject(writer_.addText(kNullText));
 }
 
 Data KeyedArchiver::archive(const ArchivedObject& root) {
-    inlineObject(writer_.addText(kNullText));
-    const Field top{keyNode(keyed::kRootKey), uidNode(encode(root))};
-    if (failed_) return {};
+    const Uid uid = encode(root);
+    if (failed()) return {};
+    setTop(uid, writer_.addArray(objects_));
+    return writer_.finish();
+}
+
+void KeyedArchiver::setTop(Uid root, Node objects) {
+    const Field top{keyNode(keyed::kRootKey), uidNode(root)};
     const Field fields[] = {
         {keyNode(keyed::kVersionKey), writer_.addInteger(keyed::kVersion)},
         {keyNode(keyed::kArchiverKey), writer_.addText(keyed::kArchiver)},
         {keyNode(keyed::kTopKey), writer_.addDictionary({&top, 1})},
-        {keyNode(keyed::kObjectsKey), writer_.addArray(objects_)},
+        {keyNode(keyed::kObjectsKey), objects},
     };
     writer_.setTop(fields);
-    return writer_.finish();
 }
 
 void KeyedArchiver::addField(std::string_view key, Node value) {
@@ -127,8 +132,8 @@ KeyedArchiver::Uid KeyedArchiver::encodeDate(double secondsSince1970) {
 KeyedArchiver::Uid KeyedArchiver::encodeRecord(const Archivable& record) {
     if (const Uid known = identities_.find(&record)) return known;
     const NestingScope level(depth_);
-    failed_ = failed_ || level.tooDeep();
-    if (failed_) return 0;
+    nestsTooDeep_ = nestsTooDeep_ || level.tooDeep();
+    if (failed()) return 0;
     const Uid uid = takeNumber();
     identities_.insert(&record, uid);
     const std::size_t firstField = fields_.size();
@@ -143,8 +148,8 @@ template <typename Elements>
 KeyedArchiver::Uid KeyedArchiver::encodeArray(const Elements& elements) {
     if (const Uid known = identities_.find(&elements)) return known;
     const NestingScope level(depth_);
-    failed_ = failed_ || level.tooDeep();
-    if (failed_) return 0;
+    nestsTooDeep_ = nestsTooDeep_ || level.tooDeep();
+    if (failed()) return 0;
     const Uid uid = takeNumber();
     identities_.insert(&elements, uid);
     const std::size_t first = elements_.size();
@@ -160,8 +165,8 @@ KeyedArchiver::Uid KeyedArchiver::encodeDictionary(const Entries& entries) {
     if (const Uid known = identities_.find(&entries)) return known;
     const bool isMutableRoot = depth_ == 0 && rootClass_ == RootClass::mutableDictionary;
     const NestingScope level(depth_);
-    failed_ = failed_ || level.tooDeep();
-    if (failed_) return 0;
+    nestsTooDeep_ = nestsTooDeep_ || level.tooDeep();
+    if (failed()) return 0;
     const Uid uid = takeNumber();
     identities_.insert(&entries, uid);
 
@@ -190,7 +195,7 @@ KeyedArchiver::Uid KeyedArchiver::encodeDictionary(const Entries& entries) {
 template <typename Element>
 KeyedArchiver::Uid KeyedArchiver::encodeElement(const Element& element) {
     const Uid uid = encode(element);
-    return uid != 0 || failed_ ? uid : nullObject();
+    return uid != 0 || failed() ? uid : nullObject();
 }
 
 KeyedArchiver::Uid KeyedArchiver::nullObject() {

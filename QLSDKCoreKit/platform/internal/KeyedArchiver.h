@@ -3,7 +3,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -14,26 +16,39 @@
 
 namespace qlsdk::platform {
 
-/// Writes one keyed archive; used once. Objects are numbered depth first: an object takes its number before
+/// Writes the objects of one keyed archive. They are numbered depth first: an object takes its number before
 /// its contents, and the record of its class follows the contents of the first instance.
+///
+/// An object that it has been given is written once, so all of them must live as long as the archiver.
 class KeyedArchiver {
   public:
-    explicit KeyedArchiver(RootClass rootClass);
-
-    /// The file; empty when the graph nests too deep. Text and data are borrowed from `root`.
-    [[nodiscard]] Data archive(const ArchivedObject& root);
-
-  private:
-    friend class KeyedEncoder;
+    using Widths = BinaryPropertyListWriter::Widths;
     using Node = BinaryPropertyListWriter::Node;
     using Field = BinaryPropertyListWriter::Field;
     /// The number of an object among "$objects"; 0 is nil.
     using Uid = std::uint32_t;
     using ClassChain = std::span<const std::string_view>;
 
+    KeyedArchiver(RootClass rootClass, Widths widths);
+
+    /// The whole file; empty when the graph nests too deep or does not fit the widths.
+    [[nodiscard]] Data archive(const ArchivedObject& root);
+
+    /// The graph nests too deep, or the widths are too small: what was written is of no use.
+    [[nodiscard]] bool failed() const noexcept {
+        return nestsTooDeep_ || !writer_.fits(writer_.objects().size());
+    }
+    [[nodiscard]] bool nestsTooDeep() const noexcept { return nestsTooDeep_; }
+
+  private:
+    friend class KeyedEncoder;
+    friend class KeyedListArchive;
+
+    // The top dictionary of the file; the array "$objects" has the number `objects`.
+    void setTop(Uid root, Node objects);
     // One field of the record that is being written.
     void addField(std::string_view key, Node value);
-    // Keeps an object that a record may have made for this call alone until the file is written.
+    // Keeps an object that a record may have made for this call alone: its address stands for it.
     void retain(const ArchivedObject& object) { retained_.push_back(object); }
 
     Uid encode(const ArchivedObject& object);
@@ -76,7 +91,10 @@ class KeyedArchiver {
     std::vector<Field> fields_;
     std::vector<Node> elements_;
     IdentityMap identities_;
-    std::unordered_map<std::string_view, Uid> texts_;
+    struct TextHash : std::hash<std::string_view> {
+        using is_transparent = void;
+    };
+    std::unordered_map<std::string, Uid, TextHash, std::equal_to<>> texts_;
     std::vector<NamedNode> keys_;
     std::size_t lastKey_ = 0;
     std::vector<NamedNode> classes_;
@@ -86,7 +104,7 @@ class KeyedArchiver {
     std::array<Node, 2> booleans_{};
     Uid null_ = 0;
     std::size_t depth_ = 0;
-    bool failed_ = false;
+    bool nestsTooDeep_ = false;
 };
 
 }  // namespace qlsdk::platform

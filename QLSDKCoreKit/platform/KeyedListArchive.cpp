@@ -1,0 +1,161 @@
+#include "QLSDKCoreKit/platform/KeyedListArchive.h"
+
+#include <array>
+#include <optional>
+#include <vector>
+
+#include "QLSDKCoreKit/platform/internal/FrontFirstBytes.h"
+#include "QLSDKCoreKit/platform/internal/KeyedArchiveFormat.h"
+#include "QLSDKCoreKit/platform/internal/KeyedArchiver.h"
+
+namespace qlsdk::platform {
+
+namespace {
+
+constexpr std::array kArrayChain{keyed::kArray, keyed::kRootObject};
+constexpr std::array kDictionaryChain{keyed::kDictionary, keyed::kRootObject};
+
+}  // namespace
+
+/// The archive at fixed widths.
+///
+/// The dictionary and the list are written first, with reserved numbers in the places of what changes with
+/// every element: the references of the list, the array "$objects" and the number. These three stand behind
+/// all other objects, in buffers of their own.
+struct KeyedListArchive::Encoding {
+    Encoding(std::string_view listKey, std::string_view numberKey, KeyedArchiver::Widths widths);
+
+    void pushFront(const ArchivedObject& element);
+    std::span<const DataView> file(std::uint64_t number);
+
+    void writeRoot(std::string_view listKey, std::string_view numberKey);
+    void noteNewObjects();
+
+    KeyedArchiver archiver;
+    BinaryPropertyListWriter& writer = archiver.writer_;
+    const KeyedArchiver::Node listReferences = writer.reserve();
+    const KeyedArchiver::Node objects = writer.reserve();
+    const KeyedArchiver::Node number = writer.reserve();
+
+    std::size_t length = 0;
+    FrontFirstBytes listBytes;
+    std::size_t notedObjects = 0;
+    Data objectsBytes;
+    Data listHead;
+    Data objectsHead;
+    Data numberBytes;
+    Data trailer;
+    std::array<DataView, 8> pieces;
+};
+
+KeyedListArchive::Encoding::Encoding(std::string_view listKey, std::string_view numberKey,
+                                     KeyedArchiver::Widths widths)
+    : archiver(RootClass::dictionary, widths) {
+    writeRoot(listKey, numberKey);
+}
+
+void KeyedListArchive::Encoding::writeRoot(std::string_view listKey, std::string_view numberKey) {
+    // In the order of numbers that the archive of an empty list has.
+    const auto root = archiver.takeNumber();
+    const KeyedArchiver::Uid keys[] = {archiver.encodeText(listKey), archiver.encodeText(numberKey)};
+    const auto list = archiver.takeNumber();
+    const std::size_t firstField = archiver.fields_.size();
+    archiver.addField(keyed::kObjectsListKey, listReferences);
+    archiver.finishObject(list, firstField, kArrayChain);
+    const auto numberUid = archiver.inlineObject(number);
+
+    const KeyedArchiver::Node keyNodes[] = {archiver.uidNode(keys[0]), archiver.uidNode(keys[1])};
+    const KeyedArchiver::Node valueNodes[] = {archiver.uidNode(list), archiver.uidNode(numberUid)};
+    archiver.addField(keyed::kKeysListKey, writer.addArray(keyNodes));
+    archiver.addField(keyed::kObjectsListKey, writer.addArray(valueNodes));
+    archiver.finishObject(root, firstField, kDictionaryChain);
+
+    archiver.setTop(root, objects);
+    noteNewObjects();
+}
+
+void KeyedListArchive::Encoding::noteNewObjects() {
+    const std::size_t width = writer.widths().referenceBytes;
+    for (; notedObjects < archiver.objects_.size(); ++notedObjects) {
+        appendNumber(archiver.objects_[notedObjects], width, objectsBytes);
+    }
+}
+
+void KeyedListArchive::Encoding::pushFront(const ArchivedObject& element) {
+    const auto node = archiver.uidNode(archiver.encodeElement(element));
+    const std::size_t width = writer.widths().referenceBytes;
+    putNumber(node, width, listBytes.extendFront(width));
+    ++length;
+    noteNewObjects();
+}
+
+std::span<const DataView> KeyedListArchive::Encoding::file(std::uint64_t numberValue) {
+    const auto begin = [](Data& piece) -> Data& {
+        piece.clear();
+        return piece;
+    };
+    appendMarker(kArrayMarker, length, begin(listHead));
+    appendMarker(kArrayMarker, notedObjects, begin(objectsHead));
+    appendInteger(static_cast<std::int64_t>(numberValue), begin(numberBytes));
+
+    const std::size_t listAt = writer.objects().size();
+    const std::size_t objectsAt = listAt + listHead.size() + listBytes.view().size();
+    const std::size_t numberAt = objectsAt + objectsHead.size() + objectsBytes.size();
+    const std::size_t tableAt = numberAt + numberBytes.size();
+    if (archiver.nestsTooDeep() || !writer.fits(tableAt)) return {};
+    writer.setOffset(listReferences, listAt);
+    writer.setOffset(objects, objectsAt);
+    writer.setOffset(number, numberAt);
+    appendTrailer(writer.count(), tableAt, writer.widths().referenceBytes, writer.widths().offsetBytes,
+                  begin(trailer));
+    pieces = {writer.objects(), listHead,    listBytes.view(), objectsHead,
+              objectsBytes,     numberBytes, writer.offsets(), trailer};
+    return pieces;
+}
+
+/// The elements, for an encoding at the next wider widths.
+struct KeyedListArchive::State {
+    const std::string_view listKey;
+    const std::string_view numberKey;
+    std::vector<ArchivedObject> elements;
+    std::size_t level = 0;
+    std::optional<Encoding> encoding;
+};
+
+KeyedListArchive::KeyedListArchive(std::string_view listKey, std::string_view numberKey)
+    : state_(std::make_unique<State>(State{listKey, numberKey, {}, 0, std::nullopt})) {}
+
+KeyedListArchive::~KeyedListArchive() = default;
+
+void KeyedListArchive::clear() {
+    state_->elements.clear();
+    state_->level = 0;
+    state_->encoding.reset();
+}
+
+void KeyedListArchive::pushFront(const ArchivedObject& element) {
+    state_->elements.push_back(element);
+    try {
+        if (state_->encoding) state_->encoding->pushFront(element);
+    } catch (...) {
+        // Half an element was written; the next file encodes all of them again.
+        state_->encoding.reset();
+    }
+}
+
+std::span<const DataView> KeyedListArchive::file(std::uint64_t number) {
+    State& state = *state_;
+    for (; state.level < std::size(BinaryPropertyListWriter::kWidths);
+         ++state.level, state.encoding.reset()) {
+        if (!state.encoding) {
+            state.encoding.emplace(state.listKey, state.numberKey,
+                                   BinaryPropertyListWriter::kWidths[state.level]);
+            for (const ArchivedObject& element : state.elements) state.encoding->pushFront(element);
+        }
+        const std::span<const DataView> pieces = state.encoding->file(number);
+        if (!pieces.empty() || state.encoding->archiver.nestsTooDeep()) return pieces;
+    }
+    return {};
+}
+
+}  // namespace qlsdk::platform
