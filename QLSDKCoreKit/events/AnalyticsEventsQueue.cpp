@@ -1,5 +1,6 @@
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cassert>
 #include <string_view>
@@ -72,6 +73,7 @@ AnalyticsEventsQueue::AnalyticsEventsQueue(std::optional<std::string> analyticsE
                                            std::weak_ptr<AnalyticsEventsQueueDelegate> delegate)
     : operationQueue_(platform::current().queues->makeSerialQueue(archiveName.value_or("unnamed archive"))),
       archivePath_(joinedPath(_documentPath(), archiveName)),
+      archive_(std::make_unique<QueueArchiveWriter>(archivePath_)),
       maxEventBuffer_(maxEventBuffer),
       analyticsEndpoint_(std::move(analyticsEndpoint).value_or("")),
       deleteArchiveDispatchQueue_(
@@ -230,37 +232,44 @@ void AnalyticsEventsQueue::_handlePublishResultWithPublishedEvents(
 
 void AnalyticsEventsQueue::_addEvent(platform::ArchivedObject event) {
     assert(operationQueue_->isCurrent());
-    eventQueue_.push_front(std::move(event));
+    pushFront(event);
     writeArchive();
 }
 
 void AnalyticsEventsQueue::_addEvents(const EventList& events) {
     assert(operationQueue_->isCurrent());
     // One by one at the front: a batch comes back in reverse order, ahead of what was pushed meanwhile.
-    for (const platform::ArchivedObject& event : events) eventQueue_.push_front(event);
+    for (const platform::ArchivedObject& event : events) pushFront(event);
     writeArchive();
+}
+
+void AnalyticsEventsQueue::pushFront(const platform::ArchivedObject& event) {
+    eventQueue_.push_front(event);
+    archive_->pushFront(event);
 }
 
 void AnalyticsEventsQueue::_clearEvents() {
     assert(operationQueue_->isCurrent());
     eventQueue_.clear();
+    archive_->clear();
     // On purpose: the file is read and decoded once more before it goes, and whatever comes of that is
     // dropped.
     (void)readQueueArchive(archivePath_);
-    platform::removeFile(archivePath_);
+    platform::removeBeforeRewriting(archivePath_);
 }
 
 void AnalyticsEventsQueue::_loadEvents() {
     std::optional<QueueArchive> archive = readQueueArchive(archivePath_);
     if (!archive) return;
     maxSequenceId_ = archive->maxSequenceId;
-    eventQueue_.assign(archive->unsentEvents.begin(), archive->unsentEvents.end());
+    std::for_each(archive->unsentEvents.rbegin(), archive->unsentEvents.rend(),
+                  [this](const platform::ArchivedObject& event) { pushFront(event); });
     writeArchive();
 }
 
 void AnalyticsEventsQueue::writeArchive() {
     // A failed write costs only the survival of a restart; the list in memory stays what counts.
-    (void)writeQueueArchive(archivePath_, EventList(eventQueue_.begin(), eventQueue_.end()), maxSequenceId_);
+    (void)archive_->write(maxSequenceId_);
 }
 
 std::optional<std::string> AnalyticsEventsQueue::_documentPath() {

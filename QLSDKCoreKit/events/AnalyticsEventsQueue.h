@@ -17,6 +17,8 @@
 
 namespace qlsdk {
 
+class QueueArchiveWriter;
+
 /// Keys of the archive's root dictionary and the response header that delays a retry.
 QLSDK_EXTERN_C const char* const kQLSDKUnsentEventsKey;
 QLSDK_EXTERN_C const char* const kQLSDKMaxSequenceIdKey;
@@ -85,18 +87,20 @@ class QLSDK_EXPORT AnalyticsEventsQueue final : public std::enable_shared_from_t
     void _addEvent(platform::ArchivedObject event);
     void _addEvents(const EventList& events);
     void _clearEvents();
+    void pushFront(const platform::ArchivedObject& event);
     void writeArchive();
     [[nodiscard]] std::uint64_t _getMaxSequenceId() const noexcept { return maxSequenceId_; }
     [[nodiscard]] static std::optional<std::string> _documentPath();
 
-    /// Serial. Owns `eventQueue_` and `maxSequenceId_`; the constructor alone touches them elsewhere, before
-    /// the first operation exists.
+    /// Serial. Owns `eventQueue_`, what `archive_` holds of it and `maxSequenceId_`; the constructor alone
+    /// touches them elsewhere, before the first operation exists.
     const std::shared_ptr<platform::SerialQueue> operationQueue_;
     std::deque<platform::ArchivedObject> eventQueue_;
     std::uint64_t maxSequenceId_ = 0;
 
     // Set once in the constructor.
     const std::string archivePath_;
+    const std::unique_ptr<QueueArchiveWriter> archive_;
     const std::uint64_t maxEventBuffer_;
     const std::string analyticsEndpoint_;
     const std::shared_ptr<platform::SerialQueue> deleteArchiveDispatchQueue_;

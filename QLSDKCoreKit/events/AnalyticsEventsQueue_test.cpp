@@ -95,8 +95,10 @@ class AnalyticsEventsQueueTest : public ::testing::Test {
         const auto requests = fakes.urlSession->requests();
         return requests.empty() ? "none" : textOf(requests.back().body.value_or(Data()));
     }
-    void writeList(EventList events, std::uint64_t maxId) {
-        ASSERT_TRUE(writeQueueArchive(path(), std::move(events), maxId));
+    void writeList(const EventList& events, std::uint64_t maxId) {
+        QueueArchiveWriter writer(path());
+        std::for_each(events.rbegin(), events.rend(), [&](const auto& event) { writer.pushFront(event); });
+        ASSERT_TRUE(writer.write(maxId));
     }
 
     FakePlatform fakes;

@@ -38,13 +38,13 @@ std::optional<QueueArchive> readQueueArchive(const std::string& path) {
     return archive;
 }
 
-bool writeQueueArchive(const std::string& path, EventList unsentEvents, std::uint64_t maxSequenceId) {
-    if (path.empty()) return false;
-    ArchivedObject::Entries entries;
-    entries.emplace_back(kQLSDKUnsentEventsKey, ArchivedObject(std::move(unsentEvents)));
-    entries.emplace_back(kQLSDKMaxSequenceIdKey, Value(maxSequenceId));
-    return platform::replaceFile(path, platform::archiveRootObject(ArchivedObject(std::move(entries)),
-                                                                   platform::RootClass::dictionary));
+QueueArchiveWriter::QueueArchiveWriter(std::string path)
+    : path_(std::move(path)), bytes_(kQLSDKUnsentEventsKey, kQLSDKMaxSequenceIdKey) {}
+
+bool QueueArchiveWriter::write(std::uint64_t maxSequenceId) {
+    if (path_.empty()) return false;
+    const auto file = bytes_.file(maxSequenceId);
+    return !file.empty() && platform::rewriteFile(path_, file);
 }
 
 }  // namespace qlsdk

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "QLSDKCoreKit/events/EventWrapper.h"
+#include "QLSDKCoreKit/platform/KeyedListArchive.h"
 
 namespace qlsdk {
 
@@ -21,8 +22,20 @@ struct QueueArchive {
 /// Absent when the file is missing, unreadable, damaged or no dictionary; `path` may be empty.
 [[nodiscard]] std::optional<QueueArchive> readQueueArchive(const std::string& path);
 
-/// Replaces the file; false when that failed and the old one still stands.
-[[nodiscard]] bool writeQueueArchive(const std::string& path, EventList unsentEvents,
-                                     std::uint64_t maxSequenceId);
+/// Writes the archive of a list that grows at its front: each record is encoded once, when it is added.
+class QueueArchiveWriter {
+  public:
+    /// `path` may be empty; nothing is written then.
+    explicit QueueArchiveWriter(std::string path);
+
+    void pushFront(const platform::ArchivedObject& event) { bytes_.pushFront(event); }
+    void clear() { bytes_.clear(); }
+    /// Replaces the file; false when that failed and the old one still stands.
+    [[nodiscard]] bool write(std::uint64_t maxSequenceId);
+
+  private:
+    const std::string path_;
+    platform::KeyedListArchive bytes_;
+};
 
 }  // namespace qlsdk

@@ -10,6 +10,8 @@ namespace qlsdk::platform {
 
 namespace {
 
+thread_local bool startedHere = false;
+
 struct Launch {
     const char* name;
     std::function<void()> body;
@@ -17,6 +19,7 @@ struct Launch {
 
 void* enter(void* argument) {
     const std::unique_ptr<Launch> launch(static_cast<Launch*>(argument));
+    startedHere = true;
     pthread_setname_np(pthread_self(), launch->name);
     launch->body();
     return nullptr;
@@ -51,6 +54,10 @@ bool startDetachedThread(const ThreadTraits& traits, std::function<void()> body)
     } catch (...) {
         return false;  // No memory for the launch record: the same to the caller as no room for a thread.
     }
+}
+
+bool isDetachedThread() noexcept {
+    return startedHere;
 }
 
 }  // namespace qlsdk::platform

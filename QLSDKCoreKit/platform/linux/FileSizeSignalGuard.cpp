@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include "QLSDKCoreKit/platform/linux/internal/DetachedThread.h"
+
 namespace qlsdk::platform {
 
 namespace {
@@ -22,6 +24,8 @@ bool isPending() noexcept {
 }  // namespace
 
 FileSizeSignalGuard::FileSizeSignalGuard() noexcept {
+    // The library's own threads block every signal for good: one that waits there reaches nobody.
+    if (isDetachedThread()) return;
     // A signal that was already waiting is the host's business.
     if (isPending()) return;
     const sigset_t set = fileSizeSignal();

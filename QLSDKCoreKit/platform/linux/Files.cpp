@@ -4,14 +4,12 @@
 #include <cerrno>
 
 #include <fcntl.h>
-#include <stdio.h>
-#include <stdlib.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/linux/internal/FileDescriptor.h"
 #include "QLSDKCoreKit/platform/linux/internal/FileReading.h"
-#include "QLSDKCoreKit/platform/linux/internal/FileSizeSignalGuard.h"
 
 namespace qlsdk::platform {
 
@@ -42,24 +40,24 @@ bool isReadable(FileOrigin origin, const struct stat& status, std::size_t ceilin
            (origin == FileOrigin::system || status.st_uid == ::geteuid());
 }
 
-bool writeTemporary(FileDescriptor descriptor, DataView bytes) noexcept {
-    const FileSizeSignalGuard guard;
-    return ::fchmod(descriptor.get(), S_IRUSR | S_IWUSR) == 0 && writeAll(descriptor.get(), bytes) &&
-           descriptor.close();
+// Whether the path still names this very file.
+bool isAt(const std::string& path, const struct stat& status) noexcept {
+    struct stat now;
+    return ::lstat(path.c_str(), &now) == 0 && now.st_ino == status.st_ino && now.st_dev == status.st_dev;
 }
 
-// Puts the finished temporary file in place. Renaming over an existing file makes some file systems start
-// writing back at once; exchanging the two and removing the old one does not. There is no flush to the disk
-// on purpose: what is kept here need not survive a power cut at the price of a flush for every change.
-bool moveIntoPlace(const std::string& temporary, const std::string& path) noexcept {
-    struct stat status;
-    const bool replaces = ::lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
-    if (replaces && ::renameat2(AT_FDCWD, temporary.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0) {
-        ::unlink(temporary.c_str());
-        return true;
+enum class Lock { held, missed, unsupported };
+
+// A rewritten file may be on its way to become the spare that is overwritten. Who holds the lock of the file
+// at the path keeps it as it is.
+Lock lockAgainstRewriting(int descriptor, const std::string& path, const struct stat& status) noexcept {
+    if (::flock(descriptor, LOCK_SH | LOCK_NB) != 0) {
+        return errno == EWOULDBLOCK ? Lock::missed : Lock::unsupported;
     }
-    return ::rename(temporary.c_str(), path.c_str()) == 0;
+    return isAt(path, status) ? Lock::held : Lock::missed;
 }
+
+constexpr int kReadAttempts = 64;
 
 }  // namespace
 
@@ -68,15 +66,22 @@ std::optional<Data> readFileFrom(FileOrigin origin, const std::string& path,
     // Without O_NONBLOCK the opening of a pipe would wait for its writer.
     const int flags =
         O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | (origin == FileOrigin::own ? O_NOFOLLOW : 0);
-    const FileDescriptor file(::open(path.c_str(), flags));
-    struct stat status;
-    if (!file || ::fstat(file.get(), &status) != 0 || !isReadable(origin, status, ceilingBytes)) {
-        return std::nullopt;
-    }
-    try {
-        return readToEnd(file.get(), static_cast<std::size_t>(status.st_size), ceilingBytes);
-    } catch (...) {
-        return std::nullopt;
+    for (int attempt = 1;; ++attempt) {
+        const FileDescriptor file(::open(path.c_str(), flags));
+        struct stat status;
+        if (!file || ::fstat(file.get(), &status) != 0 || !isReadable(origin, status, ceilingBytes)) {
+            return std::nullopt;
+        }
+        // A writer that was stopped in the middle holds its lock for long; its file at the path is complete.
+        if (origin == FileOrigin::own && attempt < kReadAttempts &&
+            lockAgainstRewriting(file.get(), path, status) == Lock::missed) {
+            continue;
+        }
+        try {
+            return readToEnd(file.get(), static_cast<std::size_t>(status.st_size), ceilingBytes);
+        } catch (...) {
+            return std::nullopt;
+        }
     }
 }
 
@@ -92,23 +97,6 @@ bool writeAll(int descriptor, DataView bytes) noexcept {
 
 std::optional<Data> readFile(const std::string& path, std::size_t ceilingBytes) noexcept {
     return readFileFrom(FileOrigin::own, path, ceilingBytes);
-}
-
-bool replaceFile(const std::string& path, DataView bytes) noexcept {
-    try {
-        std::string temporary = path + ".XXXXXX";
-        FileDescriptor file(::mkostemp(temporary.data(), O_CLOEXEC));
-        if (!file) return false;
-        if (writeTemporary(std::move(file), bytes) && moveIntoPlace(temporary, path)) return true;
-        ::unlink(temporary.c_str());
-        return false;
-    } catch (...) {
-        return false;
-    }
-}
-
-bool removeFile(const std::string& path) noexcept {
-    return ::unlink(path.c_str()) == 0;
 }
 
 bool fileExists(const std::string& path) noexcept {

@@ -2,10 +2,13 @@
 
 #include <filesystem>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
@@ -111,6 +114,110 @@ TEST_F(Files, SurviveTheFileSizeLimit) {
     EXPECT_EXIT(::_exit(underLimit()), ::testing::ExitedWithCode(0), "");
     EXPECT_EQ(readFile(at("f"), 100), dataOf("old"));
     EXPECT_EQ(entryCount(), 2U);
+}
+
+class RewrittenFiles : public Files {
+  protected:
+    bool rewrite(std::string_view text) {
+        const DataView pieces[] = {bytesOf(text.substr(0, 1)), {}, bytesOf(text.substr(1))};
+        return rewriteFile(at("f"), pieces);
+    }
+    [[nodiscard]] ino_t inodeOf(const std::string& name) const {
+        struct stat status;
+        return ::lstat(at(name).c_str(), &status) == 0 ? status.st_ino : 0;
+    }
+};
+
+TEST_F(RewrittenFiles, TakeTurnsWithOneSpare) {
+    ASSERT_TRUE(rewrite("first, the longest"));
+    EXPECT_EQ(entryCount(), 1U);
+    ASSERT_TRUE(rewrite("second"));
+    const ino_t file = inodeOf("f");
+    const ino_t spare = inodeOf("f.spare");
+    ASSERT_TRUE(rewrite("3"));
+    EXPECT_EQ(readFile(at("f"), 100), dataOf("3"));
+    EXPECT_EQ(inodeOf("f"), spare);
+    EXPECT_EQ(inodeOf("f.spare"), file);
+
+    EXPECT_TRUE(removeBeforeRewriting(at("f")));
+    ASSERT_TRUE(rewrite("fourth"));
+    EXPECT_EQ(readFile(at("f"), 100), dataOf("fourth"));
+    EXPECT_EQ(inodeOf("f"), file);
+    EXPECT_EQ(entryCount(), 1U);
+    ASSERT_TRUE(rewrite("fifth"));
+    EXPECT_TRUE(removeFile(at("f")));
+    EXPECT_EQ(entryCount(), 0U);
+}
+
+// Whatever lies where the spare should be keeps its content, and the file is rewritten all the same.
+TEST_F(RewrittenFiles, OverwriteNothingThatIsNotTheirSpare) {
+    const auto prepare = [this](std::string_view what) {
+        if (what == "copy") {
+            EXPECT_EQ(::link(at("f.spare").c_str(), at("copy").c_str()), 0);
+        }
+        if (what == "mode") {
+            EXPECT_EQ(::chmod(at("f.spare").c_str(), 0644), 0);
+        }
+        if (what == "locked") {
+            EXPECT_EQ(::flock(::open(at("f.spare").c_str(), O_RDONLY), LOCK_SH), 0);
+        }
+        if (what != "link") return;
+        ASSERT_TRUE(replaceFile(at("target"), bytesOf("kept")));
+        ::unlink(at("f.spare").c_str());
+        EXPECT_EQ(::symlink(at("target").c_str(), at("f.spare").c_str()), 0);
+    };
+    for (const std::string_view what : {"copy", "mode", "locked", "link"}) {
+        SCOPED_TRACE(what);
+        removeFile(at("f"));
+        ASSERT_TRUE(rewrite("kept"));
+        ASSERT_TRUE(rewrite("old"));
+        const int held = ::open(at("f.spare").c_str(), O_RDONLY | O_CLOEXEC);
+        prepare(what);
+        ASSERT_TRUE(rewrite("new"));
+        EXPECT_EQ(readFile(at("f"), 100), dataOf("new"));
+        char bytes[8];
+        EXPECT_EQ(::pread(held, bytes, sizeof bytes, 0), 4);
+        EXPECT_EQ(std::string_view(bytes, 4), "kept");
+        ::close(held);
+    }
+    EXPECT_EQ(readFile(at("target"), 100), dataOf("kept"));
+}
+
+// Two processes write versions of one letter and many lengths; a reader never sees two letters, or two
+// lengths, mixed.
+TEST_F(RewrittenFiles, NeverShowAMixtureToReaders) {
+    constexpr int kWriters = 2;
+    constexpr int kVersions = 3000;
+    const auto version = [](int writer, int number) {
+        const std::size_t length = 1 + static_cast<std::size_t>(number * 7919 % 20'000);
+        return std::to_string(length) + ":" + std::string(length, static_cast<char>('a' + writer));
+    };
+    ASSERT_TRUE(rewrite(version(0, 0)));
+    std::vector<pid_t> writers;
+    for (int writer = 0; writer < kWriters; ++writer) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            for (int number = 0; number < kVersions; ++number) {
+                if (!rewrite(version(writer, number))) ::_exit(1);
+            }
+            ::_exit(0);
+        }
+        writers.push_back(child);
+    }
+    int left = kWriters;
+    while (left > 0) {
+        const auto bytes = readFile(at("f"), 100'000);
+        ASSERT_TRUE(bytes.has_value());
+        const std::string text = textOf(*bytes);
+        const std::size_t colon = text.find(':');
+        ASSERT_NE(colon, std::string::npos);
+        ASSERT_EQ(std::stoul(text), text.size() - colon - 1);
+        ASSERT_EQ(text.find_first_not_of(text.back(), colon + 1), std::string::npos);
+        int status = 0;
+        if (::waitpid(-1, &status, WNOHANG) <= 0) continue;
+        EXPECT_EQ(status, 0);
+        --left;
+    }
 }
 
 }  // namespace

@@ -17,4 +17,7 @@ struct ThreadTraits {
 /// started then and a later call may succeed. `body` must not throw.
 [[nodiscard]] bool startDetachedThread(const ThreadTraits& traits, std::function<void()> body) noexcept;
 
+/// True on a thread that was started here, where no signal is ever taken.
+[[nodiscard]] bool isDetachedThread() noexcept;
+
 }  // namespace qlsdk::platform
