@@ -43,5 +43,6 @@ void addWireContests();
 void addArchiveContests();
 void addCodecContests();
 void addFileContests();
+void addPushContests();
 
 }  // namespace qlsdk::bench

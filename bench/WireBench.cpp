@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "Contest.h"
+#include "WireMessages.h"
 #include <benchmark/benchmark.h>
 #include <heartbeat_lite.pb.h>
 #include <metrics_lite.pb.h>
@@ -12,9 +14,7 @@
 #include <wire/heartbeat.pb.h>
 #include <wire/metrics.pb.h>
 
-#include "Contest.h"
 #include "QLSDKCoreKit/picoproto/picoproto.h"
-#include "WireMessages.h"
 
 namespace qlsdk::bench {
 namespace {

@@ -1,10 +1,9 @@
-#include "WireMessages.h"
+#include <cstring>
 
+#include "WireMessages.h"
 #include <heartbeat.pb.h>
 #include <metrics.pb.h>
 #include <pb_encode.h>
-
-#include <cstring>
 
 namespace qlsdk::bench {
 

@@ -1,6 +1,5 @@
-#include <benchmark/benchmark.h>
-
 #include "Contest.h"
+#include <benchmark/benchmark.h>
 
 int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
@@ -9,6 +8,7 @@ int main(int argc, char** argv) {
     //    qlsdk::bench::addArchiveContests();
     //    qlsdk::bench::addCodecContests();
     //    qlsdk::bench::addFileContests();
+    qlsdk::bench::addPushContests();
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

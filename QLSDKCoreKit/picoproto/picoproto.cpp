@@ -1,11 +1,13 @@
 #include "QLSDKCoreKit/picoproto/picoproto.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -16,6 +18,7 @@ constexpr std::uint64_t kMaxVarintBytes = 10;
 constexpr std::uint64_t kShortBytes = 64;
 constexpr std::uint64_t kGrowth = 4;
 constexpr std::uint64_t kAhead = 8;
+constexpr std::size_t kCacheLineBytes = 64;
 constexpr std::size_t kInlineNameBytes = 32;
 
 enum WireType : std::uint64_t { varint = 0, fixed64 = 1, lengthDelimited = 2, fixed32 = 5 };
@@ -44,6 +47,12 @@ T* orDie(void* memory) {
 /// True once this thread's free list is gone. A separate flag, because it must outlive the list.
 thread_local bool freeListGone = false;
 
+/// Chains of freed blocks on their way from the threads that free messages to those that make them. Whole
+/// chains change hands, so that one exchange is all it takes. Constant, and never destroyed: threads may
+/// still come by at exit.
+constexpr std::size_t kChains = 8;
+constinit std::atomic<Block*> chains[kChains];
+
 /// Freed blocks that this thread keeps for its next messages. A heartbeat takes three at a time.
 struct FreeList {
     static constexpr int kMost = 8;
@@ -52,9 +61,10 @@ struct FreeList {
 
     ~FreeList() {
         freeListGone = true;
-        while (Block* block = take()) std::free(block);
+        while (first != nullptr) std::free(std::exchange(first, first->nextFree));
     }
     Block* take() noexcept {
+        if (first == nullptr) fetchChain();
         Block* block = first;
         if (block == nullptr) return nullptr;
         first = block->nextFree;
@@ -62,11 +72,34 @@ struct FreeList {
         return block;
     }
     bool keep(Block* block) noexcept {
-        if (count == kMost) return false;
+        if (count == kMost && !handOn()) return false;
         block->nextFree = first;
         first = block;
         ++count;
         return true;
+    }
+
+  private:
+    void fetchChain() noexcept {
+        for (std::atomic<Block*>& chain : chains) {
+            if (chain.load(std::memory_order_relaxed) == nullptr) continue;
+            first = chain.exchange(nullptr, std::memory_order_acquire);
+            if (first == nullptr) continue;
+            count = kMost;
+            return;
+        }
+    }
+    bool handOn() noexcept {
+        for (std::atomic<Block*>& chain : chains) {
+            Block* none = nullptr;
+            if (!chain.compare_exchange_strong(none, first, std::memory_order_release,
+                                               std::memory_order_relaxed))
+                continue;
+            first = nullptr;
+            count = 0;
+            return true;
+        }
+        return false;
     }
 };
 
@@ -83,7 +116,7 @@ Block* blockOf(picoproto_ctx_s* ctx) noexcept {
 Block* newBlock() noexcept {
     FreeList* list = freeList();
     Block* block = list != nullptr ? list->take() : nullptr;
-    return block != nullptr ? block : orDie<Block>(std::aligned_alloc(alignof(Block), sizeof(Block)));
+    return block != nullptr ? block : orDie<Block>(std::malloc(sizeof(Block)));
 }
 
 char* copiedName(Block* block, const char* name) noexcept {
@@ -244,7 +277,7 @@ std::int32_t picoproto_write_repeated_embedded_message_field(picoproto_ctx_s* ct
         // Children lie far from each other; the ones behind are fetched while this one is written.
         if (i + kAhead < count) {
             __builtin_prefetch(children[i + kAhead]);
-            __builtin_prefetch(reinterpret_cast<const char*>(children[i + kAhead]) + alignof(Block));
+            __builtin_prefetch(reinterpret_cast<const char*>(children[i + kAhead]) + kCacheLineBytes);
         }
         const std::int32_t status = writeChild(ctx, field, children[i]);
         if (free_children != 0) picoproto_free(children[i]);

@@ -29,7 +29,7 @@ constexpr std::size_t kMostPieces = 16;
 
 // In one call, so that a file in pieces costs no more than a whole one; what it leaves, piece by piece.
 bool writePieces(int descriptor, std::span<const DataView> pieces) noexcept {
-    std::array<iovec, kMostPieces> vectors;
+    std::array<iovec, kMostPieces> vectors{};
     if (pieces.size() > vectors.size()) return false;
     std::transform(pieces.begin(), pieces.end(), vectors.begin(), [](DataView piece) {
         return iovec{const_cast<std::uint8_t*>(piece.data()), piece.size()};
