@@ -5,9 +5,9 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
     qlsdk::bench::addWireContests();
-    //    qlsdk::bench::addArchiveContests();
-    //    qlsdk::bench::addCodecContests();
-    //    qlsdk::bench::addFileContests();
+    qlsdk::bench::addArchiveContests();
+    qlsdk::bench::addCodecContests();
+    qlsdk::bench::addFileContests();
     qlsdk::bench::addPushContests();
     benchmark::RunSpecifiedBenchmarks();
     return 0;
