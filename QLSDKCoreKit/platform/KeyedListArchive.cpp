@@ -40,11 +40,11 @@ struct KeyedListArchive::Encoding {
     std::size_t length = 0;
     FrontFirstBytes listBytes;
     std::size_t notedObjects = 0;
-    Data objectsBytes;
-    Data listHead;
-    Data objectsHead;
-    Data numberBytes;
-    Data trailer;
+    ByteBuffer objectsBytes{256};
+    ByteBuffer listHead{9};
+    ByteBuffer objectsHead{9};
+    ByteBuffer numberBytes{9};
+    ByteBuffer trailer{kTrailerBytes};
     std::array<DataView, 8> pieces;
 };
 
@@ -90,7 +90,7 @@ void KeyedListArchive::Encoding::pushFront(const ArchivedObject& element) {
 }
 
 std::span<const DataView> KeyedListArchive::Encoding::file(std::uint64_t numberValue) {
-    const auto begin = [](Data& piece) -> Data& {
+    const auto begin = [](ByteBuffer& piece) -> ByteBuffer& {
         piece.clear();
         return piece;
     };
@@ -108,8 +108,8 @@ std::span<const DataView> KeyedListArchive::Encoding::file(std::uint64_t numberV
     writer.setOffset(number, numberAt);
     appendTrailer(writer.count(), tableAt, writer.widths().referenceBytes, writer.widths().offsetBytes,
                   begin(trailer));
-    pieces = {writer.objects(), listHead,    listBytes.view(), objectsHead,
-              objectsBytes,     numberBytes, writer.offsets(), trailer};
+    pieces = {writer.objects(),    listHead.view(),    listBytes.view(), objectsHead.view(),
+              objectsBytes.view(), numberBytes.view(), writer.offsets(), trailer.view()};
     return pieces;
 }
 

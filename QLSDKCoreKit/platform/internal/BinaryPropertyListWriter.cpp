@@ -11,10 +11,6 @@ namespace {
 
 constexpr std::string_view kHeader = "bplist00";
 
-void appendBytes(DataView bytes, Data& out) {
-    out.insert(out.end(), bytes.begin(), bytes.end());
-}
-
 constexpr std::uint64_t greatest(std::size_t width) noexcept {
     return (std::uint64_t{1} << (8 * width)) - 1;
 }
@@ -22,9 +18,7 @@ constexpr std::uint64_t greatest(std::size_t width) noexcept {
 }  // namespace
 
 BinaryPropertyListWriter::BinaryPropertyListWriter(Widths widths) : widths_(widths) {
-    objects_.reserve(4096);
-    offsets_.reserve(512);
-    appendBytes(bytesOf(kHeader), objects_);
+    objects_.append(bytesOf(kHeader));
     reserve();
 }
 
@@ -44,7 +38,7 @@ void BinaryPropertyListWriter::setOffset(Node node, std::size_t offset) noexcept
 
 BinaryPropertyListWriter::Node BinaryPropertyListWriter::addBoolean(bool boolean) {
     const Node node = begin();
-    objects_.push_back(boolean ? 0x09 : 0x08);
+    objects_.append(static_cast<std::uint8_t>(boolean ? 0x09 : 0x08));
     return node;
 }
 
@@ -56,7 +50,7 @@ BinaryPropertyListWriter::Node BinaryPropertyListWriter::addInteger(std::int64_t
 
 BinaryPropertyListWriter::Node BinaryPropertyListWriter::addReal(double number) {
     const Node node = begin();
-    objects_.push_back(0x23);
+    objects_.append(std::uint8_t{0x23});
     appendNumber(std::bit_cast<std::uint64_t>(number), 8, objects_);
     return node;
 }
@@ -64,7 +58,7 @@ BinaryPropertyListWriter::Node BinaryPropertyListWriter::addReal(double number) 
 BinaryPropertyListWriter::Node BinaryPropertyListWriter::addData(DataView bytes) {
     const Node node = begin();
     appendMarker(0x40, bytes.size(), objects_);
-    appendBytes(bytes, objects_);
+    objects_.append(bytes);
     return node;
 }
 
@@ -72,19 +66,19 @@ BinaryPropertyListWriter::Node BinaryPropertyListWriter::addText(std::string_vie
     const Node node = begin();
     if (isAscii(text)) {
         appendMarker(0x50, text.size(), objects_);
-        appendBytes(bytesOf(text), objects_);
+        objects_.append(bytesOf(text));
         return node;
     }
     const std::size_t units = utf16Length(text);
     appendMarker(0x60, units, objects_);
-    writeUtf16(text, extend(objects_, 2 * units));
+    writeUtf16(text, objects_.extend(2 * units));
     return node;
 }
 
 BinaryPropertyListWriter::Node BinaryPropertyListWriter::addUid(std::uint32_t uid) {
     const Node node = begin();
     const std::size_t width = uid <= 0xFF ? 1 : uid <= 0xFFFF ? 2 : 4;
-    objects_.push_back(static_cast<std::uint8_t>(0x80 + width - 1));
+    objects_.append(static_cast<std::uint8_t>(0x80 + width - 1));
     appendNumber(uid, width, objects_);
     return node;
 }
@@ -113,9 +107,10 @@ void BinaryPropertyListWriter::setTop(std::span<const Field> fields) {
 Data BinaryPropertyListWriter::finish() {
     const std::size_t tableOffset = objects_.size();
     if (!fits(tableOffset)) return {};
-    appendBytes(offsets_, objects_);
+    objects_.append(offsets_.view());
     appendTrailer(count_, tableOffset, widths_.referenceBytes, widths_.offsetBytes, objects_);
-    return std::move(objects_);
+    const DataView file = objects_.view();
+    return Data(file.begin(), file.end());
 }
 
 }  // namespace qlsdk::platform

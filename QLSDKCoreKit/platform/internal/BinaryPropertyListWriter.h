@@ -45,8 +45,8 @@ class BinaryPropertyListWriter {
 
     [[nodiscard]] Widths widths() const noexcept { return widths_; }
     [[nodiscard]] std::size_t count() const noexcept { return count_; }
-    [[nodiscard]] DataView objects() const noexcept { return objects_; }
-    [[nodiscard]] DataView offsets() const noexcept { return offsets_; }
+    [[nodiscard]] DataView objects() const noexcept { return objects_.view(); }
+    [[nodiscard]] DataView offsets() const noexcept { return offsets_.view(); }
     /// Whether the widths do for the objects so far and an offset table that begins at `tableOffset`.
     [[nodiscard]] bool fits(std::size_t tableOffset) const noexcept;
 
@@ -58,8 +58,8 @@ class BinaryPropertyListWriter {
     Node begin();
 
     const Widths widths_;
-    Data objects_;
-    Data offsets_;
+    ByteBuffer objects_{4096};
+    ByteBuffer offsets_{1024};
     std::size_t count_ = 0;
 };
 

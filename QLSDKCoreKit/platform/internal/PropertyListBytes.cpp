@@ -10,43 +10,46 @@ constexpr std::uint8_t kDictionaryMarker = 0xD0;
 
 }  // namespace
 
-void appendNumber(std::uint64_t number, std::size_t width, Data& out) {
-    putNumber(number, width, extend(out, width));
+void appendNumber(std::uint64_t number, std::size_t width, ByteBuffer& out) {
+    putNumber(number, width, out.extend(width));
 }
 
-void appendInteger(std::int64_t number, Data& out) {
+void appendInteger(std::int64_t number, ByteBuffer& out) {
     const auto bits = static_cast<std::uint64_t>(number);
     const std::size_t width = bits <= 0xFF ? 1 : bits <= 0xFFFF ? 2 : bits <= 0xFFFFFFFF ? 4 : 8;
-    std::uint8_t* end = extend(out, 1 + width);
+    std::uint8_t* end = out.extend(1 + width);
     *end++ = static_cast<std::uint8_t>(0x10 | std::countr_zero(width));
     putNumber(bits, width, end);
 }
 
-void appendMarker(std::uint8_t kind, std::size_t count, Data& out) {
+void appendMarker(std::uint8_t kind, std::size_t count, ByteBuffer& out) {
     if (count < 15) {
-        out.push_back(static_cast<std::uint8_t>(kind | count));
+        out.append(static_cast<std::uint8_t>(kind | count));
         return;
     }
-    out.push_back(kind | 0x0F);
+    out.append(kind | 0x0F);
     appendInteger(static_cast<std::int64_t>(count), out);
 }
 
-void appendArray(std::span<const PropertyListNode> elements, std::size_t referenceBytes, Data& out) {
+void appendArray(std::span<const PropertyListNode> elements, std::size_t referenceBytes, ByteBuffer& out) {
     appendMarker(kArrayMarker, elements.size(), out);
-    std::uint8_t* end = extend(out, elements.size() * referenceBytes);
+    std::uint8_t* end = out.extend(elements.size() * referenceBytes);
     for (const PropertyListNode element : elements) end = putNumber(element, referenceBytes, end);
 }
 
-void appendDictionary(std::span<const PropertyListField> fields, std::size_t referenceBytes, Data& out) {
+void appendDictionary(std::span<const PropertyListField> fields, std::size_t referenceBytes,
+                      ByteBuffer& out) {
     appendMarker(kDictionaryMarker, fields.size(), out);
-    std::uint8_t* end = extend(out, 2 * fields.size() * referenceBytes);
+    std::uint8_t* end = out.extend(2 * fields.size() * referenceBytes);
     for (const PropertyListField& field : fields) end = putNumber(field.key, referenceBytes, end);
     for (const PropertyListField& field : fields) end = putNumber(field.value, referenceBytes, end);
 }
 
 void appendTrailer(std::size_t objectCount, std::size_t tableOffset, std::size_t referenceBytes,
-                   std::size_t offsetBytes, Data& out) {
-    std::uint8_t* end = putNumber(0, 6, extend(out, kTrailerBytes));
+                   std::size_t offsetBytes, ByteBuffer& out) {
+    std::uint8_t* end = out.extend(kTrailerBytes);
+    std::fill_n(end, 6, std::uint8_t{0});
+    end += 6;
     *end++ = static_cast<std::uint8_t>(offsetBytes);
     *end++ = static_cast<std::uint8_t>(referenceBytes);
     end = putNumber(objectCount, 8, end);

@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <ctime>
 
+#include <sys/resource.h>
+
 #include "QLSDKCoreKit/platform/linux/internal/DetachedThread.h"
 
 namespace qlsdk::platform {
@@ -21,11 +23,16 @@ bool isPending() noexcept {
     return sigpending(&pending) == 0 && sigismember(&pending, SIGXFSZ) == 1;
 }
 
+bool isSizeLimited() noexcept {
+    rlimit limit;
+    return getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur != RLIM_INFINITY;
+}
+
 }  // namespace
 
 FileSizeSignalGuard::FileSizeSignalGuard() noexcept {
     // The library's own threads block every signal for good: one that waits there reaches nobody.
-    if (isDetachedThread()) return;
+    if (isDetachedThread() || !isSizeLimited()) return;
     // A signal that was already waiting is the host's business.
     if (isPending()) return;
     const sigset_t set = fileSizeSignal();
