@@ -136,8 +136,8 @@ void addUrl() {
     const std::string base = "quillo://camera/1";
     const std::string expected = base + "?link=client%207&metadata=" + metadata;
     contest("url/query/ours", bytesOf(expected), [base, metadata, text = std::make_shared<std::string>()] {
-        *text =
-            buildWithBaseUrlString(base, Dictionary{{"link", "client 7"}, {"metadata", metadata}})->absoluteString();
+        *text = buildWithBaseUrlString(base, Dictionary{{"link", "client 7"}, {"metadata", metadata}})
+                    ->absoluteString();
         return bytesOf(*text);
     });
     contest("url/query/libcurl", bytesOf(expected), [base, metadata, text = std::make_shared<std::string>()] {
