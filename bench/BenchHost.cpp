@@ -24,6 +24,24 @@ class AcceptingSession final : public platform::UrlSession {
     }
 };
 
+/// Sends to a local server what is meant for the real one.
+class LocalSession final : public platform::UrlSession {
+  public:
+    LocalSession(std::string baseUrl, std::shared_ptr<platform::UrlSession> session)
+        : baseUrl_(std::move(baseUrl)), session_(std::move(session)) {}
+
+    void dataTask(platform::UrlRequest request, platform::BodyCeiling ceiling,
+                  platform::UrlCompletion completion) override {
+        constexpr std::string_view kScheme = "https://";
+        request.url = baseUrl_ + request.url.substr(request.url.find('/', kScheme.size()));
+        session_->dataTask(std::move(request), ceiling, std::move(completion));
+    }
+
+  private:
+    const std::string baseUrl_;
+    const std::shared_ptr<platform::UrlSession> session_;
+};
+
 class EmptyBodies final : public AnalyticsEventsQueueDelegate {
   public:
     std::optional<Data> parseEvents(AnalyticsEventsQueue&, const EventList&, std::int64_t) override {
@@ -47,6 +65,16 @@ const std::string& home() {
 void installAcceptingPlatform() {
     platform::Platform platform = platform::makeLinuxPlatform({.infoPlist = {}, .home = home(), .http = {}});
     platform.urlSession = std::make_shared<AcceptingSession>();
+    (void)platform::install(std::move(platform));
+}
+
+void installLocalPlatform(const std::string& baseUrl, const std::string& caFile) {
+    platform::HttpOptions http;
+    http.caFile = caFile;
+    http.proxy = "";
+    platform::Platform platform =
+        platform::makeLinuxPlatform({.infoPlist = {}, .home = home(), .http = http});
+    platform.urlSession = std::make_shared<LocalSession>(baseUrl, platform.urlSession);
     (void)platform::install(std::move(platform));
 }
 

@@ -16,6 +16,10 @@ const std::string& home();
 /// first call counts.
 void installAcceptingPlatform();
 
+/// Installs the Linux platform below `home()`, with requests going to a server at `baseUrl` in place of the
+/// real one. The first call counts.
+void installLocalPlatform(const std::string& baseUrl, const std::string& caFile);
+
 /// One counter as the library's users make it.
 std::shared_ptr<EncodablePicoproto> counterEvent();
 

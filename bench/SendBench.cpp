@@ -1,21 +1,21 @@
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "BenchHost.h"
 #include "Contest.h"
 #include <benchmark/benchmark.h>
 #include <curl/curl.h>
-#include <sys/resource.h>
+#include <spawn.h>
+#include <sys/wait.h>
 
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/platform/Platform.h"
-#include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/Certificates.h"
 #include "QLSDKCoreKit/platform/linux/testing_support/TlsServer.h"
 
@@ -28,6 +28,8 @@ namespace {
 
 namespace testing_support = platform::testing_support;
 
+constexpr const char* kAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n";
+constexpr const char* kStartProgram = QLSDK_START_PROGRAM;
 constexpr std::size_t kBodyBytes = 138;
 constexpr auto kLongEnough = std::chrono::minutes(5);
 
@@ -37,9 +39,9 @@ const testing_support::Certificates& certificates() {
 }
 
 testing_support::TlsServer& server() {
-    static auto& running = *new testing_support::TlsServer(
-        certificates().serverContext(testing_support::CertificateFlaw::none),
-        testing_support::answering("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"));
+    static auto& running =
+        *new testing_support::TlsServer(certificates().serverContext(testing_support::CertificateFlaw::none),
+                                        testing_support::answering(kAnswer));
     return running;
 }
 
@@ -48,50 +50,21 @@ std::string serverUrl() {
     return "https://localhost" + address.substr(address.find(':'));
 }
 
-/// Sends to the local server what is meant for the real one.
-class LocalSession final : public platform::UrlSession {
-  public:
-    explicit LocalSession(std::shared_ptr<platform::UrlSession> session) : session_(std::move(session)) {}
-
-    void dataTask(platform::UrlRequest request, platform::BodyCeiling ceiling,
-                  platform::UrlCompletion completion) override {
-        constexpr std::string_view kScheme = "https://";
-        const std::size_t path = request.url.find('/', kScheme.size());
-        request.url = serverUrl() + request.url.substr(path);
-        session_->dataTask(std::move(request), ceiling, std::move(completion));
-    }
-
-  private:
-    const std::shared_ptr<platform::UrlSession> session_;
-};
-
-void installLocalPlatform() {
-    platform::HttpOptions http;
-    http.caFile = certificates().caFile();
-    http.proxy = "";
-    platform::Platform platform =
-        platform::makeLinuxPlatform({.infoPlist = {}, .home = home(), .http = http});
-    platform.urlSession = std::make_shared<LocalSession>(platform.urlSession);
-    (void)platform::install(std::move(platform));
-}
-
-/// Counts the records that were answered, and lets the pusher wait for them.
+/// Counts the records that go out.
 class CountingDelegate final : public AnalyticsEventsQueueDelegate {
   public:
     std::optional<Data> parseEvents(AnalyticsEventsQueue&, const EventList& events, std::int64_t) override {
         events_ += static_cast<int>(events.size());
-        ++batches_;
         return Data(kBodyBytes, 'q');
     }
     [[nodiscard]] int events() const noexcept { return events_; }
 
   private:
     std::atomic<int> events_{0};
-    std::atomic<int> batches_{0};
 };
 
 void sendThroughQueue(benchmark::State& state, int pushesAtOnce) {
-    installLocalPlatform();
+    installLocalPlatform(serverUrl(), certificates().caFile());
     const auto delegate = std::make_shared<CountingDelegate>();
     const auto queue =
         AnalyticsEventsQueue::create("/v1/bench", std::make_shared<QLPayloadProvider>(), "bench-send.plist",
@@ -145,6 +118,46 @@ void sendByEasyHandle(benchmark::State& state, bool isReused) {
         benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 
+/// When the server read its first request since the last look; the answer is the usual one.
+std::atomic<std::int64_t> firstRequestNanos{0};
+
+std::int64_t nowNanos() {
+    return std::chrono::steady_clock::now().time_since_epoch().count();
+}
+
+// From the start of a process to its first request on the wire.
+void startAndSend(benchmark::State& state, const char* mode) {
+    testing_support::TlsServer listening(certificates().serverContext(testing_support::CertificateFlaw::none),
+                                         [](testing_support::Connection& connection) {
+                                             while (!connection.readRequest().empty()) {
+                                                 firstRequestNanos = nowNanos();
+                                                 connection.write(kAnswer);
+                                             }
+                                         });
+    const std::string address = listening.address();
+    const std::string url = "https://localhost" + address.substr(address.find(':'));
+    int round = 0;
+    for (auto _ : state) {
+        // A home of its own: an installation sends one heartbeat a day.
+        const std::string directory = home() + "/start-" + mode + std::to_string(round++);
+        std::filesystem::create_directory(directory);
+        const std::string homeVariable = "HOME=" + directory;
+        std::vector<const char*> words{kStartProgram, mode, url.c_str(), certificates().caFile().c_str(),
+                                       nullptr};
+        std::vector<const char*> environment{homeVariable.c_str(), nullptr};
+        firstRequestNanos = 0;
+        const std::int64_t start = nowNanos();
+        pid_t child = 0;
+        require(posix_spawn(&child, kStartProgram, nullptr, nullptr, const_cast<char**>(words.data()),
+                            const_cast<char**>(environment.data())) == 0,
+                "the start program is not there");
+        int status = -1;
+        waitpid(child, &status, 0);
+        require(status == 0 && firstRequestNanos != 0, std::string(mode) + " sent nothing");
+        state.SetIterationTime(static_cast<double>(firstRequestNanos - start) * 1e-9);
+    }
+}
+
 }  // namespace
 }  // namespace qlsdk::bench
 
@@ -159,6 +172,14 @@ int main(int argc, char** argv) {
     add("send/one-by-one/curl-reused", [](benchmark::State& state) { sendByEasyHandle(state, true); });
     add("send/one-by-one/curl-fresh", [](benchmark::State& state) { sendByEasyHandle(state, false); });
     add("send/tens/ours", [](benchmark::State& state) { sendThroughQueue(state, 10); });
+    for (const char* mode : {"heartbeat", "curl"}) {
+        const std::string name =
+            std::string("start/first-heartbeat/") + (mode == std::string("curl") ? mode : "ours");
+        benchmark::RegisterBenchmark(name.c_str(), startAndSend, mode)
+            ->Unit(benchmark::kMicrosecond)
+            ->UseManualTime()
+            ->Iterations(5);
+    }
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

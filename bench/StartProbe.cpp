@@ -1,15 +1,18 @@
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "BenchHost.h"
+#include <curl/curl.h>
 #include <dirent.h>
 
 #include "QLSDKCoreKit/QLSDKCoreKit.h"
 
-// One process's beginnings, printed as one line of JSON: a library starts only once in a process.
-// scripts/bench runs it again and again.
+// One process's beginnings: a library starts only once in a process, so the benchmarks run this again and
+// again.
 
 namespace {
 
@@ -48,8 +51,9 @@ bool waitUntilIdle() {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    const int events = argc > 1 ? std::atoi(argv[1]) : 0;
+namespace {
+
+int probe(int events) {
     const long before = residentKilobytes();
     const int threadsBefore = threads();
 
@@ -79,4 +83,36 @@ int main(int argc, char** argv) {
         setup, firstPush, threadsBefore, threadsAfterSetup, most, before, afterIdle, residentKilobytes(),
         idle ? "true" : "false");
     return idle ? 0 : 1;
+}
+
+// The library's way to a first heartbeat: everything that a host's first call sets off.
+int sendHeartbeat(const char* baseUrl, const char* caFile) {
+    qlsdk::bench::installLocalPlatform(baseUrl, caFile);
+    qlsdk::QLSDKHeartbeatEventsQueue::sharedInstance().addEvent({qlsdk::QLSDKKitTypeSharing, "1.0"});
+    return waitUntilIdle() ? 0 : 1;
+}
+
+// The least that any program needs to send as much.
+int sendByCurl(const char* baseUrl, const char* caFile) {
+    curl_global_init(CURL_GLOBAL_DEFAULT);
+    CURL* handle = curl_easy_init();
+    const std::string url = std::string(baseUrl) + "/v1/sdk/heartbeat";
+    const std::string body(138, 'q');
+    curl_easy_setopt(handle, CURLOPT_URL, url.c_str());
+    curl_easy_setopt(handle, CURLOPT_CAINFO, caFile);
+    curl_easy_setopt(handle, CURLOPT_PROXY, "");
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(handle, CURLOPT_POSTFIELDS, body.data());
+    return curl_easy_perform(handle) == CURLE_OK ? 0 : 1;
+}
+
+}  // namespace
+
+// probe EVENTS | heartbeat BASE_URL CA_FILE | curl BASE_URL CA_FILE
+int main(int argc, char** argv) {
+    const std::string mode = argc > 1 ? argv[1] : "";
+    if (mode == "probe" && argc == 3) return probe(std::atoi(argv[2]));
+    if (mode == "heartbeat" && argc == 4) return sendHeartbeat(argv[2], argv[3]);
+    if (mode == "curl" && argc == 4) return sendByCurl(argv[2], argv[3]);
+    return 2;
 }
