@@ -18,9 +18,14 @@ function(qlsdk_install_library target)
         DESTINATION ${qlsdk_cmake_dir} COMPONENT ${arg_DEV})
 endfunction()
 
-# qlsdk_install_pkgconfig(NAME component): cmake/NAME.pc.in, filled in.
+# qlsdk_install_pkgconfig(NAME component): cmake/NAME.pc.in, filled in. The prefix is known for sure only when
+# things are installed.
 function(qlsdk_install_pkgconfig name component)
-    configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/install/${name}.pc @ONLY)
+    set(prefix @prefix@)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/install/${name}.pc.in @ONLY)
+    install(CODE "set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
+        configure_file(\"${PROJECT_BINARY_DIR}/install/${name}.pc.in\"
+            \"${PROJECT_BINARY_DIR}/install/${name}.pc\" @ONLY)" COMPONENT ${component})
     install(FILES ${PROJECT_BINARY_DIR}/install/${name}.pc
         DESTINATION ${qlsdk_pkgconfig_dir} COMPONENT ${component})
 endfunction()
@@ -76,8 +81,6 @@ if(core_export STREQUAL static AND NOT QLSDK_BOTH_KINDS)
     set(static_only " ${core_libraries}")
     set(private "")
 endif()
-# The way from the pkg-config files up to the prefix, so that an installed tree can be moved.
-file(RELATIVE_PATH prefix_from_pkgconfig /prefix/${qlsdk_pkgconfig_dir} /prefix)
 qlsdk_install_pkgconfig(qlsdkcorekit dev)
 qlsdk_install_pkgconfig(qlsdkcorekit-testing dev)
 

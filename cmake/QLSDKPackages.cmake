@@ -19,28 +19,38 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
     ${PROJECT_BINARY_DIR}/QLSDKCoreKit ${PROJECT_BINARY_DIR}/QLSDKCoreKit/platform/desktop)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
+# The summaries of the packages stand in their own descriptions.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+string(CONCAT description
+    "Telemetry that stays out of its host's way, remote configuration, an installation\n"
+    "identifier and deep links for applications that use the Quillo kits.")
+
 set(same_version "(= ${PROJECT_VERSION})")
 set(core_runtime "libqlsdkcorekit${PROJECT_VERSION_MAJOR}")
 set(desktop_runtime "libqlsdkcorekit-desktop${PROJECT_VERSION_MAJOR}")
 
-# qlsdk_debian_package(COMPONENT NAME name SECTION section SUMMARY text [DEPENDS package...] [LIBRARY])
-# LIBRARY: other packages find out from this one what they depend on, and the loader's cache is brought up to date.
+# qlsdk_debian_package(component NAME name SECTION section SUMMARY text [DEPENDS package...] [LIBRARY library])
+# LIBRARY names the shared library in the package: programs that use it learn from the package what to depend on, and
+# the loader's cache is brought up to date.
 macro(qlsdk_debian_package component)
-    cmake_parse_arguments(arg LIBRARY "NAME;SECTION;SUMMARY" DEPENDS ${ARGN})
+    cmake_parse_arguments(arg "" "NAME;SECTION;SUMMARY;LIBRARY" DEPENDS ${ARGN})
     string(TOUPPER ${component} id)
     set(CPACK_DEBIAN_${id}_PACKAGE_NAME ${arg_NAME})
     set(CPACK_DEBIAN_${id}_PACKAGE_SECTION ${arg_SECTION})
-    set(CPACK_COMPONENT_${id}_DESCRIPTION "${arg_SUMMARY}\n${PROJECT_DESCRIPTION}.")
+    set(CPACK_DEBIAN_${id}_DESCRIPTION "${arg_SUMMARY}\n${description}")
     list(JOIN arg_DEPENDS ", " CPACK_DEBIAN_${id}_PACKAGE_DEPENDS)
     if(arg_LIBRARY)
-        set(CPACK_DEBIAN_${id}_PACKAGE_GENERATE_SHLIBS ON)
-        set(CPACK_DEBIAN_${id}_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+        set(control ${PROJECT_BINARY_DIR}/install/${arg_NAME})
+        file(WRITE ${control}/triggers "activate-noawait ldconfig\n")
+        file(WRITE ${control}/shlibs
+            "${arg_LIBRARY} ${PROJECT_VERSION_MAJOR} ${arg_NAME} (>= ${PROJECT_VERSION})\n")
+        set(CPACK_DEBIAN_${id}_PACKAGE_CONTROL_EXTRA ${control}/triggers ${control}/shlibs)
     endif()
     install(FILES ${PROJECT_SOURCE_DIR}/LICENSE RENAME copyright
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${arg_NAME} COMPONENT ${component})
 endmacro()
 
-qlsdk_debian_package(runtime LIBRARY NAME ${core_runtime} SECTION libs
+qlsdk_debian_package(runtime LIBRARY libqlsdkcorekit NAME ${core_runtime} SECTION libs
     SUMMARY "core library of the Quillo kits"
     DEPENDS ca-certificates)
 # Static linking takes the libraries that the adapters use, and those their pkg-config files name.
@@ -52,7 +62,7 @@ qlsdk_debian_package(quillkit NAME quillkit SECTION devel
     SUMMARY "workbench for hosts of the Quillo kits"
     DEPENDS "${core_runtime} ${same_version}" "${desktop_runtime} ${same_version}")
 if(QLSDK_BUILD_DESKTOP)
-    qlsdk_debian_package(desktop-runtime LIBRARY NAME ${desktop_runtime} SECTION libs
+    qlsdk_debian_package(desktop-runtime LIBRARY libqlsdkcorekit-desktop NAME ${desktop_runtime} SECTION libs
         SUMMARY "desktop adapters for the core library of the Quillo kits"
         DEPENDS "${core_runtime} ${same_version}")
     qlsdk_debian_package(desktop-dev NAME libqlsdkcorekit-desktop-dev SECTION libdevel
