@@ -59,8 +59,8 @@ OSStatus SessionKeychain::itemCopyMatching(const Dictionary& query, Value* resul
     const std::lock_guard lock(mutex_);
     Array found;
     for (const Dictionary& item : items_) {
-        if (matches(item, query))
-            found.push_back(wantsAttributes ? attributesOf(item) : Value(item)[kSecValueData]);
+        if (!matches(item, query)) continue;
+        found.push_back(wantsAttributes ? attributesOf(item) : Value(item)[kSecValueData]);
     }
     if (found.empty()) return errSecItemNotFound;
     if (result != nullptr) *result = wantsAttributes ? Value(std::move(found)) : found.front();

@@ -1,5 +1,7 @@
 #include "StickerKit.h"
 
+#include <QLSDKCoreKit/picoproto/MessageContext.h>
+
 namespace {
 
 using namespace qlsdk;
