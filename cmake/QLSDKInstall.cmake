@@ -59,11 +59,12 @@ endif()
 qlsdk_install_library(QLSDKTesting EXPORT Testing RUNTIME runtime DEV dev)
 qlsdk_install_headers(dev QLSDKCoreKit desktop)
 
-# The version that the shared library tells the web service stands in the property list beside it.
+# The version that the shared library tells the web service stands in the property list beside it, whose name has no
+# ".so": ldconfig would take it for a library.
 if(core_export STREQUAL shared OR QLSDK_BOTH_KINDS)
-    set(library_file libqlsdkcorekit.so.${PROJECT_VERSION})
-    configure_file(cmake/Library.Info.plist.in install/${library_file}.Info.plist @ONLY)
-    install(FILES ${PROJECT_BINARY_DIR}/install/${library_file}.Info.plist
+    set(library_list libqlsdkcorekit.${PROJECT_VERSION}.Info.plist)
+    configure_file(cmake/Library.Info.plist.in install/${library_list} @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/install/${library_list}
         DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
 endif()
 

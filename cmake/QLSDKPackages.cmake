@@ -58,9 +58,15 @@ qlsdk_debian_package(dev NAME libqlsdkcorekit-dev SECTION libdevel
     SUMMARY "core library of the Quillo kits, for development"
     DEPENDS "${core_runtime} ${same_version}" libcurl4-openssl-dev libssl-dev libsqlite3-dev libplist-dev
         liburiparser-dev zlib1g-dev)
+# The config file of a static library asks it.
+set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS pkg-config)
+set(workbench_needs "${core_runtime} ${same_version}")
+if(QLSDK_BUILD_DESKTOP)
+    list(APPEND workbench_needs "${desktop_runtime} ${same_version}")
+endif()
 qlsdk_debian_package(quillkit NAME quillkit SECTION devel
     SUMMARY "workbench for hosts of the Quillo kits"
-    DEPENDS "${core_runtime} ${same_version}" "${desktop_runtime} ${same_version}")
+    DEPENDS ${workbench_needs})
 if(QLSDK_BUILD_DESKTOP)
     qlsdk_debian_package(desktop-runtime LIBRARY libqlsdkcorekit-desktop NAME ${desktop_runtime} SECTION libs
         SUMMARY "desktop adapters for the core library of the Quillo kits"

@@ -1,10 +1,11 @@
 /* A host in plain C: asks the probes, receives a report and writes a message. */
+#include <stdio.h>
+#include <string.h>
+
 #include <QLSDKCoreKit/core/QLAppEnvironment.h>
 #include <QLSDKCoreKit/core/QLCrashReporting.h>
 #include <QLSDKCoreKit/core/QLSDKConstants.h>
 #include <QLSDKCoreKit/picoproto/picoproto.h>
-#include <stdio.h>
-#include <string.h>
 
 static int reports = 0;
 
@@ -31,7 +32,8 @@ static int messageIsWritten(void) {
 }
 
 int main(void) {
-    printf("%s, %s, debugger: %d, version of the host: %s\n", QLArchitecture(), QLLocale(),
-           QLIsRunningWithDebugger(), QLKitVersionForClass(NULL));
+    const char* library = QLKitVersionForClass(kQLSDKErrorDomain);
+    printf("%s, %s, debugger: %d\n", QLArchitecture(), QLLocale(), QLIsRunningWithDebugger());
+    printf("library: %s\n", library != NULL ? library : "linked in");
     return reportArrives() && messageIsWritten() && QLSDKCoreKitVersionNumber >= 1 ? 0 : 1;
 }
