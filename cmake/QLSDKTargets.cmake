@@ -12,6 +12,8 @@ endif()
 
 add_library(qlsdk_build_flags INTERFACE)
 target_compile_options(qlsdk_build_flags INTERFACE -Wall -Wextra -Wconversion -Wshadow
+    # GCC 12 takes the optimised `"text" + string` for overlapping copies (its bug 105651).
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>
     $<$<BOOL:${QLSDK_WARNINGS_AS_ERRORS}>:-Werror>)
 if(QLSDK_SANITIZE)
     target_compile_options(qlsdk_build_flags INTERFACE -fsanitize=${QLSDK_SANITIZE}
@@ -29,6 +31,28 @@ function(qlsdk_configure_target target)
         CXX_VISIBILITY_PRESET hidden C_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
         POSITION_INDEPENDENT_CODE ON)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:qlsdk_build_flags>)
+endfunction()
+
+# Keeps what a shared library exports to our own symbols; a static one has no such list.
+function(qlsdk_set_exported_symbols target)
+    set(symbol_map ${PROJECT_SOURCE_DIR}/cmake/exported-symbols.map)
+    get_target_property(type ${target} TYPE)
+    if(type STREQUAL SHARED_LIBRARY)
+        target_link_options(${target} PRIVATE -Wl,--version-script=${symbol_map})
+        set_target_properties(${target} PROPERTIES LINK_DEPENDS ${symbol_map})
+    endif()
+endfunction()
+
+# qlsdk_add_core_library(NAME STATIC|SHARED): the library, made of its objects.
+function(qlsdk_add_core_library target kind)
+    add_library(${target} ${kind} $<TARGET_OBJECTS:qlsdk_objects>)
+    qlsdk_configure_target(${target})
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    set_target_properties(${target} PROPERTIES
+        OUTPUT_NAME qlsdkcorekit VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR} EXPORT_NAME CoreKit)
+    qlsdk_set_exported_symbols(${target})
 endfunction()
 
 # Gives a program that tests run the sanitizer's options of this build.

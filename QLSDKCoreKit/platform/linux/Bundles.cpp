@@ -49,6 +49,20 @@ std::string resolvedPath(const char* path) {
     return error ? path : resolved.string();
 }
 
+// The property list beside a shared object is named after its file or the link it was loaded by, or after the
+// file without its ".so": ldconfig takes whatever has that in its name for a library. Empty when there is
+// none.
+std::string sharedObjectPropertyList(const std::string& path, const std::string& loadedPath) {
+    std::string plain = path;
+    const std::size_t extension = plain.rfind(".so");
+    if (extension != std::string::npos) plain.erase(extension, 3);
+    for (const std::string& name : {path, loadedPath, plain}) {
+        std::string list = name + "." + std::string(kFileSuffix);
+        if (fileExists(list)) return list;
+    }
+    return {};
+}
+
 class LinuxBundles final : public Bundles {
   public:
     LinuxBundles(std::optional<std::string> infoPlist, std::shared_ptr<Locale> locale)
@@ -86,9 +100,7 @@ class LinuxBundles final : public Bundles {
         const std::lock_guard lock(mutex_);
         std::shared_ptr<const Bundle>& bundle = sharedObjects_[path];
         if (bundle != nullptr) return bundle;
-        const std::string suffix = "." + std::string(kFileSuffix);
-        const bool atFile = fileExists(path + suffix);
-        bundle = makeBundle(directoryOf(path), (atFile ? path : std::string(loadedPath)) + suffix);
+        bundle = makeBundle(directoryOf(path), sharedObjectPropertyList(path, loadedPath));
         return bundle;
     }
 

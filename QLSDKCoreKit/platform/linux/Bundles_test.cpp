@@ -77,7 +77,7 @@ TEST(LinuxBundles, ASharedObjectHasItsOwn) {
     const std::string link = home.path() + "/libkit.so.1";
     fs::copy_file(QLSDK_BUNDLE_PROBE, real);
     fs::create_symlink(real, link);
-    writePropertyList(link + ".Info.plist", "CFBundleVersion", "of the link");
+    writePropertyList(home.path() + "/libkit.1.2.Info.plist", "CFBundleVersion", "out of ldconfig's way");
     void* object = ::dlopen(link.c_str(), RTLD_NOW);
     ASSERT_NE(object, nullptr) << ::dlerror();
     const void* address = ::dlsym(object, "qlsdkBundleProbe");
@@ -85,10 +85,13 @@ TEST(LinuxBundles, ASharedObjectHasItsOwn) {
     const auto bundles = bundlesWith({});
     const auto bundle = bundles->bundleForAddress(address);
     EXPECT_EQ(bundle->path(), home.path());
-    EXPECT_EQ(bundle->textForInfoDictionaryKey(kBundleVersionKey), "of the link");
+    EXPECT_EQ(bundle->textForInfoDictionaryKey(kBundleVersionKey), "out of ldconfig's way");
     EXPECT_EQ(bundles->bundleForAddress(address), bundle);
     EXPECT_NE(bundle, bundles->mainBundle());
 
+    writePropertyList(link + ".Info.plist", "CFBundleVersion", "of the link");
+    EXPECT_EQ(bundlesWith({})->bundleForAddress(address)->textForInfoDictionaryKey(kBundleVersionKey),
+              "of the link");
     writePropertyList(real + ".Info.plist", "CFBundleVersion", "of the file");
     EXPECT_EQ(bundlesWith({})->bundleForAddress(address)->textForInfoDictionaryKey(kBundleVersionKey),
               "of the file");

@@ -1,0 +1,111 @@
+# What `cmake --install` lays down: libraries, public headers, CMake and pkg-config files. Its components are the Debian
+# packages of QLSDKPackages.cmake: runtime, dev, desktop-runtime, desktop-dev and quillkit.
+include(CMakePackageConfigHelpers)
+include(GNUInstallDirs)
+
+set(qlsdk_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QLSDKCoreKit)
+set(qlsdk_pkgconfig_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# qlsdk_install_library(TARGET EXPORT name RUNTIME component DEV component)
+# The library with its CMake targets in the file QLSDKCoreKit-<name>.cmake, which the config file includes on demand.
+# No run path is installed: the loader's own search finds the library, or the host says where it is.
+function(qlsdk_install_library target)
+    cmake_parse_arguments(arg "" "EXPORT;RUNTIME;DEV" "" ${ARGN})
+    install(TARGETS ${target} EXPORT QLSDKCoreKit-${arg_EXPORT}
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${arg_RUNTIME} NAMELINK_COMPONENT ${arg_DEV}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${arg_DEV})
+    install(EXPORT QLSDKCoreKit-${arg_EXPORT} NAMESPACE QLSDK::
+        DESTINATION ${qlsdk_cmake_dir} COMPONENT ${arg_DEV})
+endfunction()
+
+# qlsdk_install_pkgconfig(NAME component): cmake/NAME.pc.in, filled in. The prefix is known for sure only when
+# things are installed.
+function(qlsdk_install_pkgconfig name component)
+    set(prefix @prefix@)
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/${name}.pc.in ${PROJECT_BINARY_DIR}/install/${name}.pc.in @ONLY)
+    install(CODE "set(prefix \"\${CMAKE_INSTALL_PREFIX}\")
+        configure_file(\"${PROJECT_BINARY_DIR}/install/${name}.pc.in\"
+            \"${PROJECT_BINARY_DIR}/install/${name}.pc\" @ONLY)" COMPONENT ${component})
+    install(FILES ${PROJECT_BINARY_DIR}/install/${name}.pc
+        DESTINATION ${qlsdk_pkgconfig_dir} COMPONENT ${component})
+endfunction()
+
+# qlsdk_install_headers(component directory DESTINATION [EXCLUDE pattern...])
+# Whatever headers the folder has, except those of the folders that hold what hosts must not include. The list of
+# these is the one that scripts/public-headers reads, too.
+function(qlsdk_install_headers component folder)
+    file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/private-folders.txt private_folders)
+    set(exclusions)
+    foreach(excluded IN LISTS private_folders ARGN)
+        list(APPEND exclusions PATTERN ${excluded} EXCLUDE)
+    endforeach()
+    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder}
+        COMPONENT ${component} FILES_MATCHING PATTERN "*.h" ${exclusions})
+endfunction()
+
+# Which kinds of the core library there are; the config file takes what it finds.
+get_target_property(core_type QLSDKCoreKit TYPE)
+if(core_type STREQUAL SHARED_LIBRARY)
+    set(core_export shared)
+    set(other_export static)
+else()
+    set(core_export static)
+    set(other_export shared)
+endif()
+qlsdk_install_library(QLSDKCoreKit EXPORT ${core_export} RUNTIME runtime DEV dev)
+if(QLSDK_BOTH_KINDS)
+    qlsdk_install_library(qlsdk_other_kind EXPORT ${other_export} RUNTIME runtime DEV dev)
+endif()
+qlsdk_install_library(QLSDKTesting EXPORT Testing RUNTIME runtime DEV dev)
+qlsdk_install_headers(dev QLSDKCoreKit desktop)
+
+# The version that the shared library tells the web service stands in the property list beside it, whose name has no
+# ".so": ldconfig would take it for a library.
+if(core_export STREQUAL shared OR QLSDK_BOTH_KINDS)
+    set(library_list libqlsdkcorekit.${PROJECT_VERSION}.Info.plist)
+    configure_file(cmake/Library.Info.plist.in install/${library_list} @ONLY)
+    install(FILES ${PROJECT_BINARY_DIR}/install/${library_list}
+        DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
+endif()
+
+# What a static library is linked with. libcurl is no Requires: its own list for static linking names libraries
+# that its development package does not bring, and some that exist as shared ones only.
+set(core_requirements libcrypto libplist-2.0 liburiparser sqlite3)
+set(core_libraries -lcurl -lstdc++ -pthread -ldl)
+list(JOIN core_libraries " " core_libraries)
+list(JOIN core_requirements ", " core_requirements)
+# Beside a shared library they are private, for `pkg-config --static`; where there is only the static one, every
+# program needs them.
+set(static_only "")
+set(private ".private")
+if(core_export STREQUAL static AND NOT QLSDK_BOTH_KINDS)
+    set(static_only " ${core_libraries}")
+    set(private "")
+endif()
+qlsdk_install_pkgconfig(qlsdkcorekit dev)
+qlsdk_install_pkgconfig(qlsdkcorekit-testing dev)
+
+if(QLSDK_BUILD_DESKTOP)
+    # A library of its own, not a part of the core's and not a static one in its development package: so that
+    # neither a host without a desktop nor its builder gets GLib, libsecret and fontconfig.
+    qlsdk_install_library(QLSDKDesktop EXPORT Desktop RUNTIME desktop-runtime DEV desktop-dev)
+    get_target_property(desktop_type QLSDKDesktop TYPE)
+    set(desktop_requirements "")
+    if(desktop_type STREQUAL STATIC_LIBRARY)
+        set(desktop_requirements ", gio-2.0, gio-unix-2.0, libsecret-1, fontconfig")
+    endif()
+    qlsdk_install_headers(desktop-dev QLSDKCoreKit/platform/desktop)
+    qlsdk_install_pkgconfig(qlsdkcorekit-desktop desktop-dev)
+endif()
+
+configure_package_config_file(cmake/QLSDKCoreKitConfig.cmake.in install/QLSDKCoreKitConfig.cmake
+    INSTALL_DESTINATION ${qlsdk_cmake_dir} NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file(install/QLSDKCoreKitConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES
+    ${PROJECT_BINARY_DIR}/install/QLSDKCoreKitConfig.cmake
+    ${PROJECT_BINARY_DIR}/install/QLSDKCoreKitConfigVersion.cmake
+    DESTINATION ${qlsdk_cmake_dir} COMPONENT dev)
+
+if(QLSDK_BUILD_TOOLS)
+    install(TARGETS quillkit RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT quillkit)
+endif()
