@@ -275,10 +275,9 @@ void AnalyticsEventsQueue::_handlePublishResultWithPublishedEvents(
             return record == nullptr || applyFailure(*record, retryTime) == AfterFailure::dropped;
         });
     deliveries_.add(platform::Delivery::droppedAfterRetry, dropped);
-    operationQueue_->async(
-        [self = shared_from_this(), remaining = std::move(publishedEvents), refusalsSeen] {
-            self->putBack(remaining, refusalsSeen);
-        });
+    operationQueue_->async([self = shared_from_this(), remaining = std::move(publishedEvents), refusalsSeen] {
+        self->putBack(remaining, refusalsSeen);
+    });
 }
 
 void AnalyticsEventsQueue::putBack(const EventList& failedEvents, std::uint64_t refusalsSeen) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+
 #include <sys/resource.h>
 
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"

@@ -32,12 +32,11 @@ void ControlledUrlSession::dataTask(UrlRequest request, BodyCeiling ceiling, Url
         return session_->dataTask(std::move(request), ceiling, std::move(completion));
     }
     // Asked once more when its turn comes: consent may have been withdrawn meanwhile.
-    gate_.queue()->async(
-        [this, request = std::move(request), completion = std::move(completion)]() mutable {
-            UrlResult result =
-                maySend(gate_.consent()) && dryRun_ ? dryAnswer(dryRun_, request) : withoutConsent();
-            if (completion) completion(std::move(result));
-        });
+    gate_.queue()->async([this, request = std::move(request), completion = std::move(completion)]() mutable {
+        UrlResult result =
+            maySend(gate_.consent()) && dryRun_ ? dryAnswer(dryRun_, request) : withoutConsent();
+        if (completion) completion(std::move(result));
+    });
 }
 
 void ControlledUrlSession::refuseTasks(Task done) {

@@ -75,7 +75,8 @@ struct HostControls {
 ///
 /// `granted` sends what waits on disk without waiting for another event; after a refusal, collecting begins
 /// anew. `undecided` lets what is under way end; a batch that fails then is kept as ever. Both wait their
-/// turn while a refusal is being carried out. In a child of a fork() that hit such a moment the refusal stays.
+/// turn while a refusal is being carried out. In a child of a fork() that hit such a moment the refusal
+/// stays.
 QLSDK_EXPORT void setConsent(Consent consent, Task completion = nullptr);
 
 }  // namespace qlsdk::platform
