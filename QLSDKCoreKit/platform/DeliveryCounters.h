@@ -29,7 +29,7 @@ enum class Delivery : std::uint8_t {
     /// also be counted as any of the others later.
     lostToFailedWrite,
     /// Dropped because consent is refused: pushed during a refusal, waiting when it came, or sent before it
-    /// in an upload that then failed.
+    /// in an upload that then failed with the retry still left.
     discarded,
 };
 inline constexpr std::size_t kDeliveries = 7;
