@@ -49,5 +49,6 @@
 #include "QLSDKCoreKit/storage/QLSDKInstallation.h"
 #include "QLSDKCoreKit/storage/QLSDKKeychainManager.h"
 
-// The ground it stands on.
+// The ground it stands on, and what became of each event.
+#include "QLSDKCoreKit/platform/DeliveryCounters.h"
 #include "QLSDKCoreKit/platform/Platform.h"

@@ -60,6 +60,12 @@ QLSDKDynamicConfigManager::QLSDKDynamicConfigManager(QLSDKDynamicConfigArchive a
       kitVersion_(std::move(kitVersion)),
       queue_(platform::current().queues->makeSerialQueue("com.quill.connect.QLSDKDynamicConfigManager")) {}
 
+QLSDKDynamicConfigManager::~QLSDKDynamicConfigManager() {
+    platform::consentGate().removeKeeper(keeper_);
+    // Only those that still wait for consent: a fetch under way keeps the manager alive.
+    answerCallbacks(false);
+}
+
 void QLSDKDynamicConfigManager::updateIfNecessary(std::shared_ptr<const DynamicConfigCallback> callback) {
     if (callback == nullptr || *callback == nullptr) return;
     // Strongly: a callback that was taken is called, even when the manager's owner has given it up.
@@ -77,6 +83,29 @@ void QLSDKDynamicConfigManager::update(std::shared_ptr<const DynamicConfigCallba
     }
     updateCallbacks_.insert(std::move(callback));
     if (state == QLSDKDynamicConfigStateFetching) return;
+    if (!platform::maySend(platform::consentGate().consent())) awaitConsent();
+    fetchIfConsented();
+}
+
+/// So that the answer is not missed, the caller looks at the consent once more afterwards.
+void QLSDKDynamicConfigManager::awaitConsent() {
+    assert(queue_->isCurrent());
+    if (keeper_ != 0) return;
+    const auto changed = [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (self != nullptr) self->queue_->async([self] { self->fetchIfConsented(); });
+    };
+    platform::ConsentGate& gate = platform::consentGate();
+    const auto refused = [changed](const platform::ConsentGate::Refusal&) { changed(); };
+    keeper_ = gate.addKeeper({refused, changed, {}}, gate.refusals());
+}
+
+void QLSDKDynamicConfigManager::fetchIfConsented() {
+    assert(queue_->isCurrent());
+    if (state_ != QLSDKDynamicConfigStateIdle || updateCallbacks_.empty()) return;
+    const platform::Consent consent = platform::consentGate().consent();
+    if (!platform::mayKeep(consent)) return answerCallbacks(false);
+    if (!platform::maySend(consent)) return;
     state_ = QLSDKDynamicConfigStateFetching;
     // Strongly, as above: the callbacks wait in the manager.
     _fetchLatestConfig([self = shared_from_this()](const std::optional<DynamicConfigEntities>& entities) {
@@ -127,8 +156,12 @@ void QLSDKDynamicConfigManager::_handleFetchCompletion(const std::optional<Dynam
     assert(queue_->isCurrent());
     const bool success = configArchive_.archiveSync(entities);
     wasFetchFromNetworkSuccessful_ = success;
-    for (const auto& callback : std::exchange(updateCallbacks_, {})) callSwallowing(*callback, success);
+    answerCallbacks(success);
     state_ = QLSDKDynamicConfigStateDone;
+}
+
+void QLSDKDynamicConfigManager::answerCallbacks(bool success) {
+    for (const auto& callback : std::exchange(updateCallbacks_, {})) callSwallowing(*callback, success);
 }
 
 std::shared_ptr<const QLSDKDynamicConfigEntity> QLSDKDynamicConfigManager::dynamicConfig(

@@ -10,6 +10,7 @@
 
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigArchive.h"
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigEntity.h"
+#include "QLSDKCoreKit/platform/ConsentGate.h"
 #include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/Queues.h"
 #include "QLSDKCoreKit/platform/UrlSession.h"
@@ -37,6 +38,9 @@ using DynamicConfigCallback = std::function<void(bool success)>;
 /// "com.quill.connect.QLSDKDynamicConfigManager". The fetch succeeds with a response of status 200 whose
 /// body, at most 1 MiB, is a JSON object with an object "config" in an object "data", and when the result
 /// could be stored. There is no retry and no timeout but the session's.
+///
+/// While the host's consent (platform/HostControls.h) is undecided the fetch waits for it and the callbacks
+/// with it. While it is refused, callbacks hear false and the one fetch is not used up.
 class QLSDK_EXPORT QLSDKDynamicConfigManager final
     : public std::enable_shared_from_this<QLSDKDynamicConfigManager> {
   public:
@@ -50,6 +54,7 @@ class QLSDK_EXPORT QLSDKDynamicConfigManager final
     [[nodiscard]] static std::shared_ptr<QLSDKDynamicConfigManager> create(QLSDKDynamicConfigArchive archive,
                                                                            std::string kitVersion);
 
+    ~QLSDKDynamicConfigManager();
     QLSDKDynamicConfigManager(const QLSDKDynamicConfigManager&) = delete;
     QLSDKDynamicConfigManager& operator=(const QLSDKDynamicConfigManager&) = delete;
 
@@ -84,6 +89,9 @@ class QLSDK_EXPORT QLSDKDynamicConfigManager final
     QLSDKDynamicConfigManager(QLSDKDynamicConfigArchive archive, std::string kitVersion);
 
     void update(std::shared_ptr<const DynamicConfigCallback> callback);
+    void awaitConsent();
+    void fetchIfConsented();
+    void answerCallbacks(bool success);
     void _fetchLatestConfig(FetchCompletion completion) const;
     [[nodiscard]] std::optional<platform::UrlRequest> fetchRequest() const;
     void _handleFetchCompletion(const std::optional<DynamicConfigEntities>& entities);
@@ -99,8 +107,9 @@ class QLSDK_EXPORT QLSDKDynamicConfigManager final
     std::atomic<QLSDKDynamicConfigState> state_{QLSDKDynamicConfigStateIdle};
     std::atomic<bool> wasFetchFromNetworkSuccessful_{false};
 
-    /// Belongs to `queue_`.
+    // Belong to `queue_`.
     std::set<std::shared_ptr<const DynamicConfigCallback>> updateCallbacks_;
+    platform::ConsentGate::KeeperId keeper_ = 0;
 };
 
 }  // namespace qlsdk

@@ -41,6 +41,11 @@ SubmitCompletion onlyOnce(SubmitCompletion completion) {
     };
 }
 
+platform::Delivery doneAs(std::int64_t statusCode) noexcept {
+    constexpr std::int64_t kForbidden = 403;
+    return statusCode == kForbidden ? platform::Delivery::refusedByServer : platform::Delivery::accepted;
+}
+
 const platform::UrlError kNotSent{0, "the request could not be sent"};
 
 }  // namespace
@@ -60,8 +65,10 @@ std::shared_ptr<AnalyticsEventsQueue> AnalyticsEventsQueue::create(
     const std::shared_ptr<AnalyticsEventsQueue> queue(
         new AnalyticsEventsQueue(std::move(analyticsEndpoint), std::move(authHeaderProvider), archiveName,
                                  maxEventBuffer, std::move(delegate)));
+    const std::uint64_t refusalsSeen = platform::consentGate().refusals();
     queue->_removeDeprecatedArchives();
     queue->_loadEvents();
+    queue->observeConsent(refusalsSeen);
     queue->observeResignActive();
     return queue;
 }
@@ -79,10 +86,12 @@ AnalyticsEventsQueue::AnalyticsEventsQueue(std::optional<std::string> analyticsE
       deleteArchiveDispatchQueue_(
           platform::current().queues->makeSerialQueue("delete_archive_dispatch_queue")),
       authHeaderProvider_(std::move(authHeaderProvider)),
+      deliveries_(platform::deliveryCountersFor(archiveName.value_or(""), analyticsEndpoint_)),
       delegate_(std::move(delegate)) {}
 
 AnalyticsEventsQueue::~AnalyticsEventsQueue() {
     platform::current().notificationCenter->removeObserver(observer_);
+    platform::consentGate().removeKeeper(keeper_);
 }
 
 void AnalyticsEventsQueue::observeResignActive() {
@@ -91,6 +100,20 @@ void AnalyticsEventsQueue::observeResignActive() {
                                                                         if (const auto queue = weak.lock())
                                                                             queue->flushQueue();
                                                                     });
+}
+
+void AnalyticsEventsQueue::observeConsent(std::uint64_t refusalsSeen) {
+    const auto refused = [weak = weak_from_this()](const platform::ConsentGate::Refusal& refusal) {
+        const auto queue = weak.lock();
+        if (queue == nullptr) return;
+        // The refusal waits for this task, which comes after the pushes from before it.
+        queue->operationQueue_->async([queue, refusal] { queue->discardAll(); });
+    };
+    const auto granted = [weak = weak_from_this()] {
+        const auto queue = weak.lock();
+        if (queue != nullptr) queue->operationQueue_->async([queue] { queue->publishWaiting(); });
+    };
+    keeper_ = platform::consentGate().addKeeper({refused, granted, archivePath_}, refusalsSeen);
 }
 
 void AnalyticsEventsQueue::_removeDeprecatedArchives() {
@@ -111,6 +134,10 @@ void AnalyticsEventsQueue::pushEvent(std::shared_ptr<EncodablePicoproto> event) 
 
 void AnalyticsEventsQueue::_pushEvent(std::shared_ptr<EncodablePicoproto> event) {
     assert(operationQueue_->isCurrent());
+    if (!platform::mayKeep(platform::consentGate().consent())) {
+        deliveries_.add(platform::Delivery::discarded, 1);
+        return;
+    }
     ++maxSequenceId_;
     _addEvent(std::shared_ptr<platform::Archivable>(
         std::make_shared<EventWrapper>(maxSequenceId_, std::move(event))));
@@ -129,6 +156,10 @@ void AnalyticsEventsQueue::_publish() {
 
 void AnalyticsEventsQueue::_executePublishOperation() {
     assert(operationQueue_->isCurrent());
+    // Both are asked before anything is taken: without consent the records stay in the file, and a refusal
+    // from here on keeps the batch from coming back to it.
+    const std::uint64_t refusalsSeen = platform::consentGate().refusals();
+    if (!platform::maySend(platform::consentGate().consent())) return;
     auto batch = std::make_shared<EventList>(eventQueue_.begin(), eventQueue_.end());
     const EventList deferred = _filterToBePublishedInFutureFromEventsToPublish(*batch);
     std::optional<Data> body = parsedBody(*batch);
@@ -140,7 +171,21 @@ void AnalyticsEventsQueue::_executePublishOperation() {
 
     _clearEvents();
     _addEvents(deferred);
-    if (!batch->empty()) submit(request, std::move(batch));
+    if (!batch->empty()) submit(request, std::move(batch), refusalsSeen);
+}
+
+void AnalyticsEventsQueue::publishWaiting() {
+    if (!eventQueue_.empty()) _executePublishOperation();
+}
+
+void AnalyticsEventsQueue::discardAll() {
+    assert(operationQueue_->isCurrent());
+    deliveries_.add(platform::Delivery::discarded, eventQueue_.size());
+    eventQueue_.clear();
+    archive_->clear();
+    // A number that went on would still tell of what was there before.
+    maxSequenceId_ = 0;
+    platform::removeFile(archivePath_);
 }
 
 EventList AnalyticsEventsQueue::_filterToBePublishedInFutureFromEventsToPublish(
@@ -152,6 +197,7 @@ EventList AnalyticsEventsQueue::_filterToBePublishedInFutureFromEventsToPublish(
         if (event == nullptr || event->ctx() == nullptr) {
             // On purpose: the last element goes, not the invalid one, which stays and reaches the delegate.
             eventsToPublish.pop_back();
+            deliveries_.add(platform::Delivery::filtered, 1);
             continue;
         }
         if (!record->isRetry()) continue;
@@ -177,12 +223,12 @@ std::optional<Data> AnalyticsEventsQueue::parsedBody(const EventList& batch) {
 }
 
 void AnalyticsEventsQueue::submit(const std::shared_ptr<QLSDKNetworkRequest>& request,
-                                  std::shared_ptr<EventList> batch) {
+                                  std::shared_ptr<EventList> batch, std::uint64_t refusalsSeen) {
     // Strongly: the queue stays until the upload ends, so that a failed batch finds its way back.
     const SubmitCompletion completion =
-        onlyOnce([self = shared_from_this(), batch = std::move(batch)](
+        onlyOnce([self = shared_from_this(), batch = std::move(batch), refusalsSeen](
                      const auto& error, std::int64_t statusCode, const auto* headers) {
-            self->_handlePublishResultWithPublishedEvents(*batch, error, statusCode, headers);
+            self->_handlePublishResultWithPublishedEvents(*batch, error, statusCode, headers, refusalsSeen);
         });
     try {
         const auto delegate = delegate_.lock();
@@ -211,36 +257,53 @@ void AnalyticsEventsQueue::_submitRequest(const QLSDKNetworkRequest& request, Su
 
 void AnalyticsEventsQueue::_handlePublishResultWithPublishedEvents(
     EventList& publishedEvents, const std::optional<platform::UrlError>& error, std::int64_t statusCode,
-    const platform::HeaderFields* headers) {
+    const platform::HeaderFields* headers, std::uint64_t refusalsSeen) {
     // The published records have left the list, so this thread is the only one that touches them.
     for (const platform::ArchivedObject& element : publishedEvents) {
         const auto record = eventWrapperOf(element);
         if (record != nullptr && record->isRetry()) record->setNumRetried(record->numRetried() + 1);
     }
-    if (uploadOutcomeOf(error.has_value(), statusCode) == UploadOutcome::done) return;
+    if (uploadOutcomeOf(error.has_value(), statusCode) == UploadOutcome::done) {
+        deliveries_.add(doneAs(statusCode), publishedEvents.size());
+        return;
+    }
 
     const std::string* retryAfter = headers != nullptr ? headers->find(kQLSDKRetryAfterHeader) : nullptr;
-    const std::int64_t retryTime = retryTimeMillis(retryAfter, currentTimeMillis());
+    const std::int64_t retryTime =
+        retryTimeMillis(retryAfter, currentTimeMillis(), platform::current().controls.longestRetryDelay);
     // An element that is no record cannot carry a retry state; its failed upload was its last.
-    std::erase_if(publishedEvents, [retryTime](const platform::ArchivedObject& element) {
-        const auto record = eventWrapperOf(element);
-        return record == nullptr || applyFailure(*record, retryTime) == AfterFailure::dropped;
+    const std::size_t dropped =
+        std::erase_if(publishedEvents, [retryTime](const platform::ArchivedObject& element) {
+            const auto record = eventWrapperOf(element);
+            return record == nullptr || applyFailure(*record, retryTime) == AfterFailure::dropped;
+        });
+    deliveries_.add(platform::Delivery::droppedAfterRetry, dropped);
+    operationQueue_->async([self = shared_from_this(), remaining = std::move(publishedEvents), refusalsSeen] {
+        self->putBack(remaining, refusalsSeen);
     });
-    operationQueue_->async(
-        [self = shared_from_this(), remaining = std::move(publishedEvents)] { self->_addEvents(remaining); });
+}
+
+void AnalyticsEventsQueue::putBack(const EventList& failedEvents, std::uint64_t refusalsSeen) {
+    // A refusal that begins after this look deletes what is put back now.
+    if (platform::consentGate().refusals() != refusalsSeen) {
+        deliveries_.add(platform::Delivery::discarded, failedEvents.size());
+        return;
+    }
+    deliveries_.add(platform::Delivery::retried, failedEvents.size());
+    _addEvents(failedEvents);
 }
 
 void AnalyticsEventsQueue::_addEvent(platform::ArchivedObject event) {
     assert(operationQueue_->isCurrent());
     pushFront(event);
-    writeArchive();
+    writeArchive(1);
 }
 
 void AnalyticsEventsQueue::_addEvents(const EventList& events) {
     assert(operationQueue_->isCurrent());
     // One by one at the front: a batch comes back in reverse order, ahead of what was pushed meanwhile.
     for (const platform::ArchivedObject& event : events) pushFront(event);
-    writeArchive();
+    writeArchive(events.size());
 }
 
 void AnalyticsEventsQueue::pushFront(const platform::ArchivedObject& event) {
@@ -259,17 +322,21 @@ void AnalyticsEventsQueue::_clearEvents() {
 }
 
 void AnalyticsEventsQueue::_loadEvents() {
+    if (!platform::mayKeep(platform::consentGate().consent())) {
+        platform::removeFile(archivePath_);
+        return;
+    }
     std::optional<QueueArchive> archive = readQueueArchive(archivePath_);
     if (!archive) return;
     maxSequenceId_ = archive->maxSequenceId;
     std::for_each(archive->unsentEvents.rbegin(), archive->unsentEvents.rend(),
                   [this](const platform::ArchivedObject& event) { pushFront(event); });
-    writeArchive();
+    writeArchive(0);
 }
 
-void AnalyticsEventsQueue::writeArchive() {
+void AnalyticsEventsQueue::writeArchive(std::size_t added) {
     // A failed write costs only the survival of a restart; the list in memory stays what counts.
-    (void)archive_->write(maxSequenceId_);
+    if (!archive_->write(maxSequenceId_)) deliveries_.add(platform::Delivery::lostToFailedWrite, added);
 }
 
 std::optional<std::string> AnalyticsEventsQueue::_documentPath() {

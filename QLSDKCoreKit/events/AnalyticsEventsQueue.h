@@ -10,6 +10,8 @@
 #include "QLSDKCoreKit/events/EventWrapper.h"
 #include "QLSDKCoreKit/network/QLAuthHeaderProvider.h"
 #include "QLSDKCoreKit/picoproto/EncodablePicoproto.h"
+#include "QLSDKCoreKit/platform/ConsentGate.h"
+#include "QLSDKCoreKit/platform/DeliveryCounters.h"
 #include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/NotificationCenter.h"
 #include "QLSDKCoreKit/platform/Queues.h"
@@ -32,7 +34,12 @@ QLSDK_EXTERN_C const char* const kQLSDKRetryAfterHeader;
 /// `flushQueue`, and when the host posts `kWillResignActiveNotification`; there is no timer.
 ///
 /// What is promised: a record is sent at most twice. Records that wait survive the end of the process; those
-/// in an upload at that moment do not. Failures are never reported to the one who pushed.
+/// in an upload at that moment do not. Failures are never reported to the one who pushed; they are counted
+/// (platform/DeliveryCounters.h).
+///
+/// The host's consent (platform/HostControls.h) comes first. While it is undecided every record stays in the
+/// file and no run does anything; once granted, one run sends what waits. A refusal empties the list, deletes
+/// the file and starts the numbering again.
 class QLSDK_EXPORT AnalyticsEventsQueue final : public std::enable_shared_from_this<AnalyticsEventsQueue> {
   public:
     /// Loads the archive on the calling thread and starts listening for the host's notification. `endpoint`
@@ -69,6 +76,7 @@ class QLSDK_EXPORT AnalyticsEventsQueue final : public std::enable_shared_from_t
                          std::weak_ptr<AnalyticsEventsQueueDelegate> delegate);
 
     void observeResignActive();
+    void observeConsent(std::uint64_t refusalsSeen);
     void _removeDeprecatedArchives();
     void _loadEvents();
 
@@ -76,19 +84,25 @@ class QLSDK_EXPORT AnalyticsEventsQueue final : public std::enable_shared_from_t
     void _publish();
     void _executePublishOperation();
     [[nodiscard]] EventList _filterToBePublishedInFutureFromEventsToPublish(EventList& eventsToPublish) const;
+    void publishWaiting();
+    void discardAll();
     [[nodiscard]] std::optional<Data> parsedBody(const EventList& batch);
-    void submit(const std::shared_ptr<QLSDKNetworkRequest>& request, std::shared_ptr<EventList> batch);
+    void submit(const std::shared_ptr<QLSDKNetworkRequest>& request, std::shared_ptr<EventList> batch,
+                std::uint64_t refusalsSeen);
     void _submitRequest(const QLSDKNetworkRequest& request, SubmitCompletion completion);
     void _handlePublishResultWithPublishedEvents(EventList& publishedEvents,
                                                  const std::optional<platform::UrlError>& error,
                                                  std::int64_t statusCode,
-                                                 const platform::HeaderFields* headers);
+                                                 const platform::HeaderFields* headers,
+                                                 std::uint64_t refusalsSeen);
+    void putBack(const EventList& failedEvents, std::uint64_t refusalsSeen);
 
     void _addEvent(platform::ArchivedObject event);
     void _addEvents(const EventList& events);
     void _clearEvents();
     void pushFront(const platform::ArchivedObject& event);
-    void writeArchive();
+    /// `added`: how many records of the list are new to the file.
+    void writeArchive(std::size_t added);
     [[nodiscard]] std::uint64_t _getMaxSequenceId() const noexcept { return maxSequenceId_; }
     [[nodiscard]] static std::optional<std::string> _documentPath();
 
@@ -105,7 +119,9 @@ class QLSDK_EXPORT AnalyticsEventsQueue final : public std::enable_shared_from_t
     const std::string analyticsEndpoint_;
     const std::shared_ptr<platform::SerialQueue> deleteArchiveDispatchQueue_;
     const std::shared_ptr<QLAuthHeaderProvider> authHeaderProvider_;
+    platform::DeliveryCounters& deliveries_;
     platform::NotificationCenter::Observer observer_ = 0;
+    platform::ConsentGate::KeeperId keeper_ = 0;
 
     std::weak_ptr<AnalyticsEventsQueueDelegate> delegate_;
 };

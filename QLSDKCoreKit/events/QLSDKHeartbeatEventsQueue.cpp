@@ -32,6 +32,8 @@ QLSDKHeartbeatEventsQueue::QLSDKHeartbeatEventsQueue()
     : _dispatchQueue(platform::current().queues->makeSerialQueue("com.quillo.quill-kit.heartbeat.queue")) {}
 
 void QLSDKHeartbeatEventsQueue::addEvent(const QLSDKHeartbeat& heartbeat) {
+    // A heartbeat that will be dropped must not leave a date, nor make an installation id.
+    if (!platform::mayKeep(platform::consent())) return;
     if (!_isTimeForHeartbeatForKitType(heartbeat.kitType())) return;
     _eventsQueue->pushEvent(heartbeat.encodeablePicoproto());
     const platform::Platform& platform = platform::current();

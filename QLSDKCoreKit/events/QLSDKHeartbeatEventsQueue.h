@@ -21,7 +21,8 @@ class QLSDK_EXPORT QLSDKHeartbeatEventsQueue final : public AnalyticsEventsQueue
 
     /// Queues the heartbeat if its kit is due: never for `QLSDKKitTypeNone` and values outside the table, at
     /// once for a kit without a stored date, else when strictly more than 86400 seconds have passed. The date
-    /// is stored when the heartbeat is queued: an upload that fails does not make the kit due again.
+    /// is stored when the heartbeat is queued: an upload that fails does not make the kit due again. While
+    /// consent is refused nothing happens at all.
     ///
     /// Runs on the calling thread up to the encoding (user defaults, keychain and clock are read); the rest
     /// is the queue's. Two calls for one kit at the same moment may both be sent.

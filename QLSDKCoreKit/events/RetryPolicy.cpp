@@ -1,5 +1,6 @@
 #include "QLSDKCoreKit/events/internal/RetryPolicy.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace qlsdk {
@@ -34,10 +35,13 @@ std::int64_t leadingInteger(std::string_view text) noexcept {
     return result.ec == std::errc() ? number : 0;
 }
 
-std::int64_t retryTimeMillis(const std::string* retryAfter, std::int64_t nowMillis) noexcept {
+std::int64_t retryTimeMillis(const std::string* retryAfter, std::int64_t nowMillis,
+                             std::optional<std::chrono::milliseconds> longestDelay) noexcept {
     if (retryAfter == nullptr) return 0;
+    std::int64_t delay = leadingInteger(*retryAfter);
+    if (longestDelay) delay = std::min<std::int64_t>(delay, std::max<std::int64_t>(longestDelay->count(), 0));
     std::int64_t time = 0;
-    if (__builtin_add_overflow(nowMillis, leadingInteger(*retryAfter), &time)) {
+    if (__builtin_add_overflow(nowMillis, delay, &time)) {
         time = nowMillis > 0 ? INT64_MAX : INT64_MIN;
     }
     return time > 0 ? time : 0;

@@ -36,6 +36,19 @@ TEST(RetryPolicy, TheServersDelayNeverOverflows) {
     EXPECT_EQ(retryTime("-9223372036854775808", -1), 0);
 }
 
+TEST(RetryPolicy, TheHostsLongestDelayCapsTheServers) {
+    using std::chrono::milliseconds;
+    const auto capped = [](const char* header, milliseconds longest) {
+        const std::string text = header;
+        return retryTimeMillis(&text, 1000, longest);
+    };
+    EXPECT_EQ(capped("5001", milliseconds(5000)), 6000);
+    EXPECT_EQ(capped("4999", milliseconds(5000)), 5999);
+    EXPECT_EQ(capped("9223372036854775807", milliseconds::max()), INT64_MAX);
+    EXPECT_EQ(capped("5000", milliseconds(-1)), 1000) << "at once";
+    EXPECT_EQ(retryTimeMillis(nullptr, 1000, milliseconds(5000)), 0) << "a cap is no delay of its own";
+}
+
 TEST(RetryPolicy, OnlyTwoHundredAndFourHundredThreeAreFinal) {
     for (const std::int64_t status : {0, 100, 201, 204, 301, 400, 401, 404, 429, 500, 503}) {
         EXPECT_EQ(uploadOutcomeOf(false, status), UploadOutcome::failed) << status;

@@ -4,12 +4,17 @@
 #include <mutex>
 #include <utility>
 
+#include "QLSDKCoreKit/platform/ConsentGate.h"
+#include "QLSDKCoreKit/platform/internal/ControlledUrlSession.h"
+
 namespace qlsdk::platform {
 
 namespace {
 
 // Never destroyed: threads of the kit may still read it while the process ends.
 std::atomic<const Platform*> theCurrent{nullptr};
+// Written before the platform is published.
+ConsentGate* theGate = nullptr;
 std::once_flag theOnce;
 
 template <typename Port>
@@ -17,7 +22,7 @@ void fill(std::shared_ptr<Port>& member, std::shared_ptr<Port>& fallback) {
     if (member == nullptr) member = std::move(fallback);
 }
 
-const Platform* completed(Platform platform) {
+Platform* completed(Platform platform) {
     Platform defaults = makeDefaultPlatform();
     fill(platform.clock, defaults.clock);
     fill(platform.bundles, defaults.bundles);
@@ -38,14 +43,23 @@ const Platform* completed(Platform platform) {
     return new Platform(std::move(platform));
 }
 
+const Platform* controlled(Platform* platform) {
+    theGate = new ConsentGate(*platform);
+    platform->urlSession = std::make_shared<ControlledUrlSession>(std::move(platform->urlSession), *theGate,
+                                                                  platform->controls.dryRun);
+    return platform;
+}
+
 }  // namespace
 
 InstallResult install(Platform platform) {
     InstallResult result = InstallResult::tooLate;
     std::call_once(theOnce, [&] {
-        theCurrent.store(completed(std::move(platform)), std::memory_order_release);
+        theCurrent.store(controlled(completed(std::move(platform))), std::memory_order_release);
         result = InstallResult::installed;
     });
+    // What an earlier process kept is deleted.
+    if (result == InstallResult::installed && !mayKeep(consent())) setConsent(Consent::refused);
     return result;
 }
 
@@ -54,6 +68,11 @@ const Platform& current() {
     // Losing this race to another first use is fine: both mean the same platform.
     (void)install({});
     return *theCurrent.load(std::memory_order_acquire);
+}
+
+ConsentGate& consentGate() {
+    (void)current();
+    return *theGate;
 }
 
 bool waitUntilIdle(std::chrono::milliseconds timeout) {

@@ -11,6 +11,7 @@
 #include "QLSDKCoreKit/platform/Directories.h"
 #include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/Fonts.h"
+#include "QLSDKCoreKit/platform/HostControls.h"
 #include "QLSDKCoreKit/platform/Keychain.h"
 #include "QLSDKCoreKit/platform/Log.h"
 #include "QLSDKCoreKit/platform/NotificationCenter.h"
@@ -43,6 +44,8 @@ struct Platform {
     std::shared_ptr<NotificationCenter> notificationCenter;
     /// What the queues and the URL session above count their work in.
     std::shared_ptr<Activity> activity;
+    /// No port: what the host decides about the library's requests. `current().urlSession` obeys it.
+    HostControls controls{};
 };
 
 enum class InstallResult {

@@ -37,6 +37,10 @@ const std::string* HeaderFields::find(std::string_view name) const noexcept {
     return nullptr;
 }
 
+void UrlSession::refuseTasks(Task done) {
+    if (done) done();
+}
+
 std::string canonicalHeaderName(std::string_view name) {
     std::string canonical;
     canonical.reserve(name.size());

@@ -11,6 +11,7 @@
 
 #include "QLSDKCoreKit/platform/Data.h"
 #include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/platform/Queues.h"
 
 namespace qlsdk::platform {
 
@@ -85,6 +86,15 @@ class QLSDK_EXPORT UrlSession {
 
     /// Starts one task and returns at once.
     virtual void dataTask(UrlRequest request, BodyCeiling ceiling, UrlCompletion completion) = 0;
+
+    /// Consent has been withdrawn: ends every task, waiting or on the wire, with an error, and so each one
+    /// that comes until `acceptTasks`. Returns at once; `done` is called once, when the completions of the
+    /// tasks that were there have returned, from any thread or inside this call. The default cancels nothing
+    /// and calls `done`: what is on the wire then ends by itself.
+    virtual void refuseTasks(Task done);
+
+    /// Tasks are welcome again. Calls nobody back. The default does nothing.
+    virtual void acceptTasks() {}
 };
 
 }  // namespace qlsdk::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -28,8 +29,10 @@ enum class UploadOutcome { done, failed };
 [[nodiscard]] std::int64_t leadingInteger(std::string_view text) noexcept;
 
 /// When a failed upload may be tried again: the server's delay from now, or 0 (at once) when it named none or
-/// one that does not lie after 1970. Saturates.
-[[nodiscard]] std::int64_t retryTimeMillis(const std::string* retryAfter, std::int64_t nowMillis) noexcept;
+/// one that does not lie after 1970. Saturates. With `longestDelay` a longer delay counts as that one.
+[[nodiscard]] std::int64_t retryTimeMillis(
+    const std::string* retryAfter, std::int64_t nowMillis,
+    std::optional<std::chrono::milliseconds> longestDelay = std::nullopt) noexcept;
 
 /// What becomes of a record whose upload has failed.
 enum class AfterFailure { kept, dropped };

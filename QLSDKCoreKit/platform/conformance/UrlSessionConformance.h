@@ -114,4 +114,18 @@ TEST_P(UrlSessionConformance, GoesOnAfterCompletionThatThrowsAndIgnoresNullOne) 
     EXPECT_EQ(under_->requestsSeen(), 3u);
 }
 
+TEST_P(UrlSessionConformance, RefusesTasksUntilTheyAreAcceptedAgain) {
+    under_->serve(204, "x-a", "b", "");
+    int done = 0;
+    under_->session()->refuseTasks([&done] { ++done; });
+    under_->settle();
+    EXPECT_EQ(done, 1);
+    EXPECT_TRUE(send(request(), {0}).error.has_value());
+    under_->session()->refuseTasks(nullptr);
+    under_->settle();
+    EXPECT_EQ(under_->requestsSeen(), 0u);
+    under_->session()->acceptTasks();
+    EXPECT_EQ(send(request(), {0}).response->statusCode, 204);
+}
+
 }  // namespace qlsdk::platform::conformance

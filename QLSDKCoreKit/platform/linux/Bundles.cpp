@@ -65,13 +65,17 @@ std::string sharedObjectPropertyList(const std::string& path, const std::string&
 
 class LinuxBundles final : public Bundles {
   public:
-    LinuxBundles(std::optional<std::string> infoPlist, std::shared_ptr<Locale> locale)
-        : infoPlist_(std::move(infoPlist)), locale_(std::move(locale)) {}
+    LinuxBundles(std::optional<std::string> infoPlist, std::shared_ptr<Locale> locale, Value infoDictionary)
+        : infoPlist_(std::move(infoPlist)),
+          infoDictionary_(std::move(infoDictionary)),
+          locale_(std::move(locale)) {}
 
     std::shared_ptr<const Bundle> mainBundle() override {
         std::call_once(mainOnce_, [this] {
             const std::string executable = executablePath();
-            main_ = makeBundle(directoryOf(executable), mainPropertyList(executable));
+            main_ = infoDictionary_.dictionary() != nullptr
+                        ? std::make_shared<const Bundle>(directoryOf(executable), infoDictionary_)
+                        : makeBundle(directoryOf(executable), mainPropertyList(executable));
         });
         return main_;
     }
@@ -119,6 +123,7 @@ class LinuxBundles final : public Bundles {
     }
 
     const std::optional<std::string> infoPlist_;
+    const Value infoDictionary_;
     const std::shared_ptr<Locale> locale_;
     std::once_flag mainOnce_;
     std::shared_ptr<const Bundle> main_;
@@ -129,8 +134,8 @@ class LinuxBundles final : public Bundles {
 }  // namespace
 
 std::shared_ptr<Bundles> makeLinuxBundles(std::optional<std::string> infoPlist,
-                                          std::shared_ptr<Locale> locale) {
-    return std::make_shared<LinuxBundles>(std::move(infoPlist), std::move(locale));
+                                          std::shared_ptr<Locale> locale, Value infoDictionary) {
+    return std::make_shared<LinuxBundles>(std::move(infoPlist), std::move(locale), std::move(infoDictionary));
 }
 
 }  // namespace qlsdk::platform

@@ -1,6 +1,7 @@
 #include "QLSDKCoreKit/platform/linux/internal/CurlUrlSession.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
@@ -29,12 +30,21 @@ constexpr ThreadTraits kHttpThread{"qlsdk-http", std::size_t{512} << 10};
 constexpr std::size_t kMostTransfers = 4;
 // Not one of curl's errors: the request was never given to it.
 constexpr int kRefused = -1;
+constexpr char kTasksAreRefused[] = "tasks are refused";
 
 std::string firstSet(std::initializer_list<const char*> names) {
     for (const char* name : names) {
         if (const char* value = std::getenv(name)) return value;
     }
     return {};
+}
+
+void callSwallowing(const Task& task) noexcept {
+    try {
+        if (task) task();
+    } catch (...) {
+        // As with completions: nothing that is called back may end the thread.
+    }
 }
 
 HttpSettings settle(const HttpOptions& options) {
@@ -60,12 +70,41 @@ class CurlUrlSession::Engine : public std::enable_shared_from_this<Engine> {
         // With no room for the thread now, the tasks wait for the next one to come by here.
         if (!started_)
             started_ = startDetachedThread(kHttpThread, [self = shared_from_this()] { self->serve(); });
-        if (!std::exchange(asleep_, false)) return;
-        multi_ == nullptr ? arrived_.notify_one() : static_cast<void>(curl_multi_wakeup(multi_));
+        wake();
     }
+
+    /// The token keeps the process busy until `done` has been called.
+    void refuse(Task done, Activity::Token token) {
+        std::deque<std::unique_ptr<HttpTask>> neverStarted;
+        {
+            const std::lock_guard lock(mutex_);
+            refusing_ = true;
+            if (started_) {
+                refusals_.push_back({std::move(token), std::move(done)});
+                return wake();
+            }
+            neverStarted.swap(waiting_);
+        }
+        for (const auto& task : neverStarted) task->fail(kRefused, kTasksAreRefused);
+        if (done) done();
+    }
+
+    void accept() noexcept { refusing_ = false; }
+    [[nodiscard]] bool isRefusing() const noexcept { return refusing_; }
 
   private:
     using TimePoint = CurlTransfer::TimePoint;
+
+    struct Refusal {
+        Activity::Token token;
+        Task done;
+    };
+
+    // With the lock held.
+    void wake() noexcept {
+        if (!std::exchange(asleep_, false)) return;
+        multi_ == nullptr ? arrived_.notify_one() : static_cast<void>(curl_multi_wakeup(multi_));
+    }
 
     // Between two passes the thread holds no lock and is in no library but curl's poll.
     [[noreturn]] void serve() noexcept {
@@ -89,12 +128,27 @@ class CurlUrlSession::Engine : public std::enable_shared_from_this<Engine> {
     }
 
     void turn() noexcept {
+        endRefused();
         while (std::unique_ptr<HttpTask> task = nextTask()) begin(std::move(task));
         if (multi_ == nullptr) return;
         int running = 0;
         curl_multi_perform(multi_, &running);
         finishDone();
         finishOverdue();
+    }
+
+    void endRefused() noexcept {
+        std::vector<Refusal> refusals;
+        std::deque<std::unique_ptr<HttpTask>> waiting;
+        {
+            const std::lock_guard lock(mutex_);
+            if (refusals_.empty()) return;
+            refusals.swap(refusals_);
+            waiting.swap(waiting_);
+        }
+        while (!active_.empty()) finish(*active_.back(), CURLE_ABORTED_BY_CALLBACK);
+        for (const auto& task : waiting) task->fail(kRefused, kTasksAreRefused);
+        for (const Refusal& refusal : refusals) callSwallowing(refusal.done);
     }
 
     std::unique_ptr<HttpTask> nextTask() noexcept {
@@ -107,6 +161,7 @@ class CurlUrlSession::Engine : public std::enable_shared_from_this<Engine> {
 
     void begin(std::unique_ptr<HttpTask> task) noexcept {
         try {
+            if (refusing_) return task->fail(kRefused, kTasksAreRefused);
             if (auto reason = reasonToRefuse(task->request)) return task->fail(kRefused, std::move(*reason));
             void* handle = multi_ == nullptr ? nullptr : takeHandle();
             if (handle == nullptr) return task->fail(CURLE_FAILED_INIT, "no transport");
@@ -163,7 +218,7 @@ class CurlUrlSession::Engine : public std::enable_shared_from_this<Engine> {
 
     void sleep() noexcept {
         std::unique_lock lock(mutex_);
-        if (!waiting_.empty() && active_.size() < kMostTransfers) return;
+        if (!refusals_.empty() || (!waiting_.empty() && active_.size() < kMostTransfers)) return;
         asleep_ = true;
         if (multi_ == nullptr) return arrived_.wait(lock, [this] { return !asleep_; });
         lock.unlock();
@@ -193,6 +248,9 @@ class CurlUrlSession::Engine : public std::enable_shared_from_this<Engine> {
     bool started_ = false;
     bool asleep_ = false;
     CURLM* multi_ = nullptr;
+    std::vector<Refusal> refusals_;
+    // Atomic, because it is read in a child whose lock may be held by a thread that is not there.
+    std::atomic<bool> refusing_{false};
 
     // The thread's own.
     std::vector<std::unique_ptr<CurlTransfer>> active_;
@@ -213,10 +271,20 @@ void CurlUrlSession::dataTask(UrlRequest request, BodyCeiling ceiling, UrlComple
     engine_->add(std::move(task));
 }
 
+void CurlUrlSession::refuseTasks(Task done) {
+    engine_->refuse(std::move(done), Activity::Token(activity_));
+}
+
+void CurlUrlSession::acceptTasks() {
+    engine_->accept();
+}
+
 void CurlUrlSession::restartInChild() noexcept {
+    const bool refuses = engine_->isRefusing();
     // Leaked: its lock may be held by a thread that this process does not have, its sockets are the parent's.
     (void)new std::shared_ptr<Engine>(std::move(engine_));
     engine_ = std::make_shared<Engine>(options_);
+    if (refuses) engine_->refuse(nullptr, {});
     activity_->restart();
 }
 

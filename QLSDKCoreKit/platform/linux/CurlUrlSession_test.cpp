@@ -409,6 +409,26 @@ TEST(CurlUrlSession, CompletesEachOfManyTasksOnceOverFewConnections) {
     EXPECT_LE(net.server.connections(), 4);
 }
 
+TEST(CurlUrlSession, ARefusalEndsWhatIsOnTheWireAndWhatWaits) {
+    std::promise<void> stalled;
+    std::atomic<bool> isFirst{true};
+    Net net([&](Connection& connection) {
+        if (isFirst.exchange(false)) stalled.set_value();
+        connection.waitForPeer();
+    });
+    constexpr int kTasks = 7;
+    std::atomic<int> errors{0};
+    for (int i = 0; i < kTasks; ++i) {
+        net.session()->dataTask({.url = kUrl, .method = "POST", .headers = {}, .body = dataOf("payload")}, {},
+                                [&errors](const UrlResult& result) { errors += result.error ? 1 : 0; });
+    }
+    stalled.get_future().wait();
+    std::promise<int> errorsBeforeDone;
+    net.session()->refuseTasks([&] { errorsBeforeDone.set_value(errors); });
+    EXPECT_EQ(errorsBeforeDone.get_future().get(), kTasks);
+    ASSERT_TRUE(net.activity->waitUntilIdle(kLong));
+}
+
 TEST(CurlUrlSession, SendsTheHostNoPipeSignal) {
     static std::atomic<int> signals{0};
     struct sigaction action {};

@@ -24,7 +24,7 @@ Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
     const auto activity = std::make_shared<Activity>();
     const auto queues = makeLinuxQueues(activity);
     const auto locale = makeLinuxLocale();
-    const auto bundles = makeLinuxBundles(absolutePath(options.infoPlist), locale);
+    const auto bundles = makeLinuxBundles(absolutePath(options.infoPlist), locale, options.infoDictionary);
     return {.clock = makeLinuxClock(),
             .bundles = bundles,
             .userDefaults = makeLinuxUserDefaults(home, bundles),

@@ -7,6 +7,7 @@
 
 #include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/Value.h"
 
 namespace qlsdk::platform {
 
@@ -30,6 +31,8 @@ struct LinuxPlatformOptions {
     /// Property list of the main bundle. Absent: the environment variable "QLSDK_INFO_PLIST", else
     /// "<executable>.Info.plist", else "Info.plist" beside the executable.
     std::optional<std::string> infoPlist;
+    /// The same as a value: a dictionary here is the main bundle's property list, and no file is read for it.
+    Value infoDictionary{};
     /// Directory below which all state is kept ("cache", "config", "data") instead of the XDG directories.
     std::optional<std::string> home;
     HttpOptions http;

@@ -15,6 +15,10 @@ bool hasForbiddenByte(const UrlRequest& request) {
     return false;
 }
 
+UrlResult refused() {
+    return {.error = UrlError{4, "refused"}, .response = {}, .body = {}};
+}
+
 void call(const UrlCompletion& completion, UrlResult result) {
     try {
         if (completion) completion(std::move(result));
@@ -31,9 +35,31 @@ void FakeUrlSession::dataTask(UrlRequest request, BodyCeiling ceiling, UrlComple
              {.error = UrlError{1, "forbidden byte in a header value"}, .response = {}, .body = {}});
         return;
     }
+    {
+        const std::lock_guard lock(mutex_);
+        if (!refusing_) {
+            requests_.push_back(std::move(request));
+            waiting_.push_back({ceiling, std::move(completion)});
+            return;
+        }
+    }
+    call(completion, refused());
+}
+
+void FakeUrlSession::refuseTasks(Task done) {
+    std::vector<Waiting> ended;
+    {
+        const std::lock_guard lock(mutex_);
+        refusing_ = true;
+        ended.swap(waiting_);
+    }
+    for (const Waiting& task : ended) call(task.completion, refused());
+    if (done) done();
+}
+
+void FakeUrlSession::acceptTasks() {
     const std::lock_guard lock(mutex_);
-    requests_.push_back(std::move(request));
-    waiting_.push_back({ceiling, std::move(completion)});
+    refusing_ = false;
 }
 
 std::vector<UrlRequest> FakeUrlSession::requests() const {

@@ -15,6 +15,9 @@ namespace qlsdk::platform::testing {
 class FakeUrlSession final : public UrlSession {
   public:
     void dataTask(UrlRequest request, BodyCeiling ceiling, UrlCompletion completion) override;
+    /// Ends what waits, and later what comes, on the calling thread.
+    void refuseTasks(Task done) override;
+    void acceptTasks() override;
 
     /// The requests seen so far, answered or not, oldest first.
     [[nodiscard]] std::vector<UrlRequest> requests() const;
@@ -35,6 +38,7 @@ class FakeUrlSession final : public UrlSession {
     mutable std::mutex mutex_;
     std::vector<UrlRequest> requests_;
     std::vector<Waiting> waiting_;
+    bool refusing_ = false;
 };
 
 }  // namespace qlsdk::platform::testing

@@ -20,6 +20,11 @@ class CurlUrlSession final : public UrlSession, public ForkAware {
 
     void dataTask(UrlRequest request, BodyCeiling ceiling, UrlCompletion completion) override;
 
+    /// Ends the tasks on the HTTP thread and closes the connections of those on the wire. A child of fork()
+    /// goes on refusing.
+    void refuseTasks(Task done) override;
+    void acceptTasks() override;
+
     void restartInChild() noexcept override;
 
   private:

@@ -22,9 +22,11 @@ namespace qlsdk::platform {
 [[nodiscard]] std::shared_ptr<Application> makeHeadlessApplication(std::shared_ptr<Queues> queues);
 [[nodiscard]] std::shared_ptr<Fonts> makeHeadlessFonts();
 
-/// `infoPlist` as in `LinuxPlatformOptions`; `locale` chooses the language of localized strings.
+/// `infoPlist` and `infoDictionary` as in `LinuxPlatformOptions`; `locale` chooses the language of localized
+/// strings.
 [[nodiscard]] std::shared_ptr<Bundles> makeLinuxBundles(std::optional<std::string> infoPlist,
-                                                        std::shared_ptr<Locale> locale);
+                                                        std::shared_ptr<Locale> locale,
+                                                        Value infoDictionary = {});
 
 /// The three stores below keep their files in directories named after the main bundle of `bundles`, below the
 /// XDG directories or, when it is given, below `home` (see `StateDirectory`).

@@ -39,7 +39,7 @@ std::shared_ptr<X509> serverCertificate(EVP_PKEY* key, X509* authority, Certific
     const bool isWrongName = flaw == CertificateFlaw::wrongName;
     auto certificate = unsignedCertificate(key, "server", 2, flaw == CertificateFlaw::expired ? -1 : 30);
     addExtension(certificate.get(), NID_subject_alt_name,
-                 isWrongName ? "DNS:other.example" : "DNS:localhost");
+                 isWrongName ? "DNS:other.example" : "DNS:localhost,DNS:api.quillo.example");
     X509* issuer = flaw == CertificateFlaw::selfSigned ? certificate.get() : authority;
     X509_set_issuer_name(certificate.get(), X509_get_subject_name(issuer));
     X509_sign(certificate.get(), key, EVP_sha256());

@@ -10,7 +10,8 @@ namespace qlsdk::platform::testing_support {
 /// What is wrong with a server's certificate, if anything.
 enum class CertificateFlaw { none, wrongName, expired, selfSigned };
 
-/// Certificates made on the spot: an authority and, signed by it, servers for "localhost".
+/// Certificates made on the spot: an authority and, signed by it, servers for "localhost" and
+/// the API's own host.
 class Certificates {
   public:
     /// Writes the authority to a file below `directory`.

@@ -1,0 +1,21 @@
+#include "QLSDKCoreKit/c/internal/Facade.h"
+
+#include <cstring>
+
+#include "QLSDKCoreKit/c/QLSDKText.h"
+
+namespace qlsdk {
+
+std::optional<std::string> textOrAbsent(const char* text) {
+    return text != nullptr ? std::optional<std::string>(text) : std::nullopt;
+}
+
+std::size_t giveText(const std::optional<std::string>& text, char* buffer, std::size_t capacity) noexcept {
+    if (buffer != nullptr && capacity > 0) {
+        *buffer = '\0';
+        if (text && text->size() < capacity) std::memcpy(buffer, text->c_str(), text->size() + 1);
+    }
+    return text ? text->size() : QLSDK_NO_TEXT;
+}
+
+}  // namespace qlsdk

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "QLSDKCoreKit/c/QLSDKHost.h"
+#include "QLSDKCoreKit/platform/Platform.h"
+
+namespace qlsdk {
+
+/// The platform of this system for these options, without the host's controls. Defined once for each system.
+[[nodiscard]] platform::Platform platformFor(const QLSDKStartOptions& options);
+
+}  // namespace qlsdk
