@@ -241,7 +241,7 @@ TEST_F(Consenting, ADelegateThatAsksForARefusalWhileTheBatchIsTakenStopsIt) {
 TEST_F(Consenting, AProcessThatStartsRefusedDeletesWhatItFindsAndLeavesNoTrace) {
     const std::string ofEarlierProcess = fakes.directories->path() + "/qlsdk-operational-metrics2.plist";
     std::ofstream(ofEarlierProcess) << "old";
-    ASSERT_TRUE(writeQueueArchive(path(), {}, 7));
+    ASSERT_TRUE(QueueArchiveWriter(path()).write(7));
     start({.consent = Consent::refused});
     EXPECT_FALSE(platform::fileExists(ofEarlierProcess)) << "although its queue was never made";
     EXPECT_EQ(onDisk(), "none");
