@@ -81,7 +81,9 @@ int collect(const Arguments& arguments) {
     const int bound = collector.bind(port);
     std::optional<PageServer> page;
     if (portOfPage.has_value())
-        page.emplace(CollectorParts{script, config, stalls, requests, bell}, *portOfPage);
+        page.emplace(
+            CollectorParts{"127.0.0.1:" + std::to_string(bound), script, config, stalls, requests, bell},
+            *portOfPage);
     std::optional<SignalWaiter> waiter;
     const bool endedWell = collector.serve([&] {
         std::cout << "127.0.0.1:" << bound << '\n' << identity.authorityFile << std::endl;

@@ -49,7 +49,8 @@ ControlOutcome PageControls::perform(const std::string& name, const std::string&
 }
 
 std::string PageControls::state() {
-    const ordered_json state{{"answers", parts_.script.pending()},
+    const ordered_json state{{"collector", parts_.address},
+                             {"answers", parts_.script.pending()},
                              {"stalled", parts_.stalls.count()},
                              {"config", parts_.config.isReplaced() ? "page" : "file"},
                              {"clearedUpTo", parts_.requests.clearedUpTo()},

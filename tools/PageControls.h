@@ -12,6 +12,8 @@ namespace quillkit {
 
 /// The collector's parts that the page shows and moves; all borrowed.
 struct CollectorParts {
+    /// "HOST:PORT" of the collector.
+    std::string address;
     AnswerScript& script;
     ConfigSource& config;
     StallGate& stalls;
@@ -39,7 +41,8 @@ class PageControls {
     /// "config/restore" goes back to the file, "requests/clear" forgets the requests.
     [[nodiscard]] ControlOutcome perform(const std::string& name, const std::string& body);
 
-    /// What the page shows beside the requests, as JSON on one line: "answers" left, "stalled", "config"
+    /// What the page shows beside the requests, as JSON on one line: the "collector", "answers" left,
+    /// "stalled", "config"
     /// ("file" or "page"), "clearedUpTo" and the "capacity" of the ring.
     [[nodiscard]] std::string state();
 
