@@ -12,6 +12,7 @@ export function spanFor(oldest, now) {
 }
 
 export function spanText(span) {
+  if (span === kMinute) return 'last minute';
   return span <= 60 * kMinute ? `last ${span / kMinute} min` : `last ${span / kMinute / 60} h`;
 }
 

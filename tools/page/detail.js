@@ -70,7 +70,8 @@ function contentParts(detail) {
   if (fields !== null) tree = new Tree(fields, title, (field) => dump.mark(field));
   const problem = detail.decoded === false
     ? element('p', {class: 'outcome'}, `does not decode as ${detail.message}; this is as far as it reads`) : null;
-  return [...section(title, ...[problem, tree?.root].filter(Boolean)), ...section('Bytes', dump.root)];
+  const bytes = element('div', {class: 'bytes-part'}, ...section('Bytes', dump.root));
+  return [...section(title, ...[problem, tree?.root].filter(Boolean)), bytes];
 }
 
 function rawLine(line) {

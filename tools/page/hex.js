@@ -45,7 +45,17 @@ export class HexDump {
       this.#show(field.start);
     }
     this.#colour();
-    this.#cells.get(this.#range.start)?.[0].scrollIntoView({block: 'nearest'});
+    this.#bringIntoSight(this.#range.start);
+  }
+
+  /** Scrolls the dump alone: what the pointer is over stays where it is. */
+  #bringIntoSight(byte) {
+    const line = this.#cells.get(byte)?.[0].closest('.line');
+    if (line === undefined || this.#range.end === 0 && this.#cursor < 0) return;
+    const box = this.#lines.getBoundingClientRect();
+    const place = line.getBoundingClientRect();
+    if (place.top < box.top) this.#lines.scrollTop -= box.top - place.top;
+    if (place.bottom > box.bottom) this.#lines.scrollTop += place.bottom - box.bottom;
   }
 
   #makePager() {
@@ -110,6 +120,7 @@ export class HexDump {
     const byte = Math.min(Math.max(wanted, 0), this.#bytes.length - 1);
     if (byte < this.#first || byte >= this.#first + kWindow) this.#show(byte);
     this.#point(byte);
+    this.#bringIntoSight(byte);
     event.preventDefault();
   }
 }

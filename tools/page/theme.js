@@ -1,6 +1,6 @@
 // Light, dark, or as the system has it.
 
-import {byId} from './dom.js';
+import {byId, element} from './dom.js';
 
 const kThemes = ['auto', 'light', 'dark'];
 
@@ -14,7 +14,8 @@ function remembered() {
 
 function apply(theme) {
   document.documentElement.dataset.theme = theme;
-  byId('theme').textContent = `Theme: ${theme}`;
+  byId('theme').replaceChildren(element('span', {}, 'Theme: '), theme);
+  byId('theme').setAttribute('aria-label', `Theme: ${theme}`);
   try {
     localStorage.setItem('theme', theme);
   } catch {
