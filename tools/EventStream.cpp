@@ -4,6 +4,13 @@
 
 namespace quillkit {
 
+namespace {
+
+/// How soon a browser connects again.
+constexpr int kRetryMillis = 1000;
+
+}  // namespace
+
 std::string eventText(std::string_view name, std::uint64_t id, std::string_view data) {
     std::string text = "event: " + std::string(name) + "\n";
     if (id != 0) text += "id: " + std::to_string(id) + "\n";
@@ -33,7 +40,7 @@ EventStream::EventStream(RequestRing& ring, StateSource state, std::uint64_t las
       isFirst_(lastId_ == 0) {}
 
 std::string EventStream::next() {
-    std::string text;
+    std::string text = toldState_.empty() ? "retry: " + std::to_string(kRetryMillis) + "\n\n" : "";
     if (std::string state = state_(); state != toldState_) {
         text += eventText("state", 0, state);
         toldState_ = std::move(state);

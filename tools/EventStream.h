@@ -23,8 +23,8 @@ class EventStream {
     using StateSource = std::function<std::string()>;
     static constexpr std::size_t kBatch = 100;
 
-    /// `ring` is borrowed. `state` gives the page's state as JSON. A client that has seen nothing begins with
-    /// `lastId` 0.
+    /// `ring` is borrowed. `state` gives the page's state, a text that is not empty. A client that has seen
+    /// nothing begins with `lastId` 0.
     EventStream(RequestRing& ring, StateSource state, std::uint64_t lastId);
 
     /// The next events: the state when it is another than the last told, and at most `kBatch` requests. Empty

@@ -64,14 +64,14 @@ function tokenList(token) {
 function contentParts(detail) {
   if (detail.body === '') return section('Body', element('p', {class: 'hint'}, 'empty'));
   const fields = detail.fields ?? (detail.json === undefined || detail.json === null ? null : fieldsOfJson(detail.json));
-  const title = detail.message ?? (fields === null ? 'Body' : 'JSON');
+  const title = detail.message ?? 'JSON';
   let tree = null;
   const dump = new HexDump(bytesOfHex(detail.body), (byte) => tree?.markByte(byte) ?? null);
   if (fields !== null) tree = new Tree(fields, title, (field) => dump.mark(field));
   const problem = detail.decoded === false
     ? element('p', {class: 'outcome'}, `does not decode as ${detail.message}; this is as far as it reads`) : null;
   const bytes = element('div', {class: 'bytes-part'}, ...section('Bytes', dump.root));
-  return [...section(title, ...[problem, tree?.root].filter(Boolean)), bytes];
+  return [...(tree === null ? [] : section(title, ...[problem, tree.root].filter(Boolean))), bytes];
 }
 
 function rawLine(line) {

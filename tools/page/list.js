@@ -47,7 +47,8 @@ export class List {
   /** Moves the selection by so many rows; into the list when nothing is selected. */
   move(step) {
     const now = this.#items.findIndex((item) => item.id === this.#selectedId);
-    const index = now < 0 ? 0 : Math.min(Math.max(now + step, 0), this.#items.length - 1);
+    const start = now < 0 && step > 0 ? -1 : now;
+    const index = Math.min(Math.max(start + step, 0), this.#items.length - 1);
     if (this.#items.length > 0) this.#select(index);
   }
 
@@ -97,7 +98,16 @@ export class List {
     for (const [id, row] of this.#rows) {
       if (!wanted.has(id)) row.remove(), this.#rows.delete(id);
     }
-    for (let index = first; index < last; ++index) this.#place(this.#items[index], index, height);
+    // In the order of the list, as it is read aloud.
+    let next = this.#spacer.firstElementChild;
+    for (let index = first; index < last; ++index) {
+      const row = this.#place(this.#items[index], index, height);
+      if (row === next) {
+        next = next.nextElementSibling;
+      } else {
+        this.#spacer.insertBefore(row, next);
+      }
+    }
     this.#box.setAttribute('aria-activedescendant',
       wanted.has(this.#selectedId) ? `request-${this.#selectedId}` : '');
   }
@@ -107,7 +117,6 @@ export class List {
     if (row === undefined) {
       row = this.#makeRow(item);
       this.#rows.set(item.id, row);
-      this.#spacer.append(row);
     }
     row.dataset.index = index;
     row.style.transform = `translateY(${index * height}px)`;
@@ -115,6 +124,7 @@ export class List {
     row.setAttribute('aria-setsize', this.#items.length);
     row.setAttribute('aria-selected', item.id === this.#selectedId);
     this.#fillAge(row);
+    return row;
   }
 
   #makeRow(item) {

@@ -2,11 +2,13 @@
 
 import http.client
 import json
+import os
 import pathlib
 import socket
 import ssl
 import subprocess
 import tempfile
+import threading
 
 from selenium import webdriver
 from selenium.webdriver.chrome.service import Service
@@ -71,11 +73,16 @@ class Collector:
         self.address = self.process.stdout.readline().strip()
         self.authority = self.process.stdout.readline().strip()
         self.url = self.process.stderr.readline().removeprefix("page: ").strip()
+        # A pipe that nobody reads would stop the collector.
+        self.reader = threading.Thread(target=self.process.stdout.read)
+        self.reader.start()
+        self.trust = ssl.create_default_context(cafile=self.authority)
         self.origin, self.token = self.url.split("/?token=")
 
     def end(self):
         self.process.terminate()
         status = self.process.wait(30)
+        self.reader.join()
         self.process.stdout.close()
         self.process.stderr.close()
         self.directory.cleanup()
@@ -83,15 +90,22 @@ class Collector:
 
     def post(self, path, body, headers=None):
         """Posts to the service; the status, or 0 when no answer came."""
-        context = ssl.create_default_context(cafile=self.authority)
+        return self._ask(path, body, headers or {})[0]
+
+    def config(self):
+        """The configuration that the service answers."""
+        return json.loads(self._ask("/v1/config", "{}", {})[1])["data"]["config"]
+
+    def _ask(self, path, body, headers):
         host, port = self.address.split(":")
-        connection = http.client.HTTPSConnection(API_HOST, context=context)
+        connection = http.client.HTTPSConnection(API_HOST, context=self.trust)
         connection._create_connection = lambda *_: socket.create_connection((host, int(port)))
         try:
-            connection.request("POST", path, body, headers or {})
-            return connection.getresponse().status
+            connection.request("POST", path, body, headers)
+            response = connection.getresponse()
+            return response.status, response.read()
         except http.client.RemoteDisconnected:
-            return 0
+            return 0, b""
         finally:
             connection.close()
 
@@ -129,4 +143,4 @@ def open_browser(profile):
                  "--disable-dev-shm-usage", "--force-device-scale-factor=1", f"--user-data-dir={profile}"):
         options.add_argument(word)
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-    return webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
+    return webdriver.Chrome(service=Service(os.environ["QLSDK_CHROMEDRIVER"]), options=options)
