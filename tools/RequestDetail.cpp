@@ -17,7 +17,7 @@ void addContent(ordered_json& detail, const ServedRequest& request) {
     const Endpoint* endpoint = endpointAt(request.path);
     if (endpoint == nullptr) return;
     if (endpoint->messageName.empty()) {
-        detail["json"] = decodedBody(request);
+        detail["isJson"] = !decodedBody(request).is_null();
         return;
     }
     detail["message"] = endpoint->messageName;

@@ -2,8 +2,9 @@
 
 import {base, byId, element} from './dom.js';
 import {bytesOfHex, HexDump} from './hex.js';
+import {fieldsOfJson} from './json.js';
 import {ageText, countText, timeText, toneOf} from './text.js';
-import {fieldsOfJson, Tree} from './tree.js';
+import {Tree} from './tree.js';
 
 const box = byId('detail');
 let wanted = null;
@@ -63,15 +64,16 @@ function tokenList(token) {
 
 function contentParts(detail) {
   if (detail.body === '') return section('Body', element('p', {class: 'hint'}, 'empty'));
-  const fields = detail.fields ?? (detail.json === undefined || detail.json === null ? null : fieldsOfJson(detail.json));
+  const bytes = bytesOfHex(detail.body);
+  const fields = detail.fields ?? (detail.isJson ? fieldsOfJson(bytes) : null);
   const title = detail.message ?? 'JSON';
   let tree = null;
-  const dump = new HexDump(bytesOfHex(detail.body), (byte) => tree?.markByte(byte) ?? null);
+  const dump = new HexDump(bytes, (byte) => tree?.markByte(byte) ?? null);
   if (fields !== null) tree = new Tree(fields, title, (field) => dump.mark(field));
   const problem = detail.decoded === false
     ? element('p', {class: 'outcome'}, `does not decode as ${detail.message}; this is as far as it reads`) : null;
-  const bytes = element('div', {class: 'bytes-part'}, ...section('Bytes', dump.root));
-  return [...(tree === null ? [] : section(title, ...[problem, tree.root].filter(Boolean))), bytes];
+  const dumpPart = element('div', {class: 'bytes-part'}, ...section('Bytes', dump.root));
+  return [...(tree === null ? [] : section(title, ...[problem, tree.root].filter(Boolean))), dumpPart];
 }
 
 function rawLine(line) {

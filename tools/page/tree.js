@@ -10,18 +10,6 @@ const kOpened = 120;
 
 const countOf = (fields) => fields.reduce((sum, field) => sum + 1 + countOf(field.fields ?? []), 0);
 
-/** The fields of a JSON value, in the shape of those of a message. */
-export function fieldsOfJson(value) {
-  if (value === null || typeof value !== 'object') return [jsonField('value', value)];
-  return Object.entries(value).map(([name, child]) => jsonField(name, child));
-}
-
-function jsonField(name, value) {
-  const isObject = value !== null && typeof value === 'object';
-  if (isObject) return {name, type: Array.isArray(value) ? 'array' : 'object', fields: fieldsOfJson(value)};
-  return {name, type: value === null ? 'null' : typeof value, value: String(value)};
-}
-
 /** Words that help to read a value. */
 function remarkOf(field) {
   const kits = ['none', 'access', 'avatar', 'sharing', 'feed'];

@@ -1,7 +1,6 @@
 """page_test.py QUILLKIT ARTIFACTS: drives the collector's page in a browser and, where a browser would be too polite,
 without one. Leaves screenshots in the directory ARTIFACTS."""
 
-import http.server
 import json
 import pathlib
 import socket
@@ -15,6 +14,7 @@ from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.wait import WebDriverWait
 
+import neighbours
 import workbench
 from workbench import heartbeat_batch, metrics
 
@@ -37,66 +37,6 @@ for (const node of document.querySelectorAll('body *')) {
 }
 return misfits;
 """
-
-
-class Relay:
-    """Passes connections on to the page's server, and cuts them all on demand."""
-
-    def __init__(self, origin):
-        self.host = origin.removeprefix("http://").encode()
-        self.listener = socket.create_server(("127.0.0.1", 0))
-        self.own = b"127.0.0.1:%d" % self.listener.getsockname()[1]
-        self.sockets = []
-        threading.Thread(target=self._accept, daemon=True).start()
-
-    def _accept(self):
-        while True:
-            try:
-                client, _ = self.listener.accept()
-                name, port = self.host.split(b":")
-                server = socket.create_connection((name, int(port)))
-            except OSError:
-                return
-            self.sockets += [client, server]
-            threading.Thread(target=self._pump, args=(client, server), daemon=True).start()
-            threading.Thread(target=self._pump, args=(server, client), daemon=True).start()
-
-    def _pump(self, source, target):
-        try:
-            while received := source.recv(65536):
-                target.sendall(received.replace(self.own, self.host))
-        except OSError:
-            pass
-        self._close(source)
-        self._close(target)
-
-    @staticmethod
-    def _close(one):
-        try:
-            one.shutdown(socket.SHUT_RDWR)
-        except OSError:
-            pass
-
-    def cut(self):
-        for one in self.sockets:
-            self._close(one)
-
-    def end(self):
-        self.listener.close()
-        self.cut()
-
-
-class ForeignSite(http.server.BaseHTTPRequestHandler):
-    """A page of another origin."""
-
-    def do_GET(self):
-        self.send_response(200)
-        self.send_header("Content-Type", "text/html")
-        self.end_headers()
-        self.wfile.write(b"<!doctype html><title>elsewhere</title>")
-
-    def log_message(self, *_):
-        pass
 
 
 class Page(unittest.TestCase):
@@ -220,8 +160,22 @@ class Page(unittest.TestCase):
         self.assertEqual(marked, list(range(start, start + 5)))
         ActionChains(self.browser).move_to_element(self.find(".codes [data-byte='5']")).perform()
         self.until(lambda: self.texts(".tree .marked > div > .name") == ["clientId"])
-        self.find(".lines").send_keys(Keys.ARROW_RIGHT)
         self.assertEqual(json.loads(self.text(".raw pre")), self.collector.logged()[0])
+
+    def test_joins_fields_and_bytes_of_json(self):
+        self.open()
+        body = '{"query": "caf\u00e9 {,", "n": [1, {"deep": -2.5e3}]}'.encode()
+        self.collector.post("/v1/config", body)
+        self.until(lambda: self.ids() == [1])
+        self.find("#rows").send_keys("j")
+        self.until(lambda: self.texts(".tree .name") == ["query", "n", "0", "1", "deep"])
+        self.assertEqual(self.texts(".tree .value"), ["caf\u00e9 {,", "1", "-2500"])
+        self.find(".lines").send_keys(Keys.ARROW_RIGHT, *[Keys.ARROW_DOWN] * 2)
+        # The keys lead to byte 32, where the innermost field begins.
+        self.until(lambda: self.texts(".tree .marked > div > .name") == ["deep"])
+        marked = self.script("return [...document.querySelectorAll('.codes .marked')].map((one) => Number(one.dataset.byte))")
+        self.assertEqual(body.index(b'"deep"'), 32)
+        self.assertEqual(marked, list(range(32, 32 + len(b'"deep": -2.5e3'))))
 
     def test_keeps_hostile_text_as_text(self):
         self.open()
@@ -290,12 +244,10 @@ class Page(unittest.TestCase):
         self.assertEqual(self.collector.config(), {})
 
     def test_gives_another_origin_nothing(self):
-        site = http.server.ThreadingHTTPServer(("127.0.0.1", 0), ForeignSite)
-        threading.Thread(target=site.serve_forever, daemon=True).start()
-        self.addCleanup(site.server_close)
-        self.addCleanup(site.shutdown)
+        site = neighbours.ForeignSite()
+        self.addCleanup(site.end)
         self.collector.post(HEARTBEAT, heartbeat_batch((1, "1.0")))
-        self.browser.get(f"http://127.0.0.1:{site.server_port}/")
+        self.browser.get(site.url)
         # Even one that knows the token.
         own = f"{self.collector.origin}/{self.collector.token}"
         outcomes = self.browser.execute_async_script("""
@@ -359,7 +311,7 @@ class Page(unittest.TestCase):
                 self.assertIn("default-src 'none'", fields["content-security-policy"])
 
     def test_picks_up_where_it_was_cut_off(self):
-        relay = Relay(self.collector.origin)
+        relay = neighbours.Relay(self.collector.origin)
         self.addCleanup(relay.end)
         self.open(f"http://{relay.own.decode()}/?token={self.collector.token}")
         for _ in range(3):
@@ -439,7 +391,7 @@ class Page(unittest.TestCase):
         order = json.dumps({"answers": ["200", "200", "503", "200", "429:X-Retry-After-Millis=5000", "403", "drop"]})
         path = f"/{self.collector.token}/answers"
         self.assertEqual(self.collector.page_request("POST", path, {"Origin": self.collector.origin}, order)[0], 204)
-        for kit, version in (("access", "1.0"), ("sharing", "2.1"), ("feed", "0.9"), ("avatar", "3.3")):
+        for kit, version in (("access", "1.0"), ("sharing", "2.1"), ("feed", "0.9")):
             self.collector.send("heartbeat", "--kit", kit, "--kit-version", version)
         for _ in range(3):
             self.collector.post(HEARTBEAT, heartbeat_batch((4, "0.9")))
@@ -450,6 +402,7 @@ class Page(unittest.TestCase):
         self.collector.post("/v1/config", json.dumps({"query": "config { search { enabled } }", "variables": {"n": 12}}))
         self.collector.post("/v1/nothing", "bytes of no kind")
         self.collector.post(HEARTBEAT, heartbeat_batch((1, "1.0"), (3, "2.1")))
+        self.collector.send("heartbeat", "--kit", "avatar", "--kit-version", "3.3")
         order = json.dumps({"answers": ["503", "429:X-Retry-After-Millis=5000", "stall"]})
         self.assertEqual(self.collector.page_request("POST", path, {"Origin": self.collector.origin}, order)[0], 204)
 
