@@ -20,9 +20,9 @@ std::size_t weightOf(const RecordedRequest& recorded) {
 void RequestRing::add(const ServedRequest& request) {
     auto recorded = std::make_shared<RecordedRequest>();
     recorded->request = request;
+    recorded->summary = summaryOf(request);
     const std::lock_guard lock(mutex_);
     recorded->id = ++lastId_;
-    recorded->summary = summaryOf(request, recorded->id);
     bytes_ += weightOf(*recorded);
     requests_.push_back(std::move(recorded));
     while (requests_.size() > kCapacity || (bytes_ > kByteCeiling && requests_.size() > 1)) {

@@ -76,14 +76,10 @@ void addContent(ordered_json& summary, const ServedRequest& request) {
 
 }  // namespace
 
-std::string summaryOf(const ServedRequest& request, std::uint64_t id) {
-    ordered_json summary{{"id", id},
-                         {"at", request.receivedMillis},
-                         {"method", shortened(request.method)},
-                         {"path", shortened(request.path)},
-                         {"kind", kindOf(request)},
-                         {"status", statusOf(request)},
-                         {"bytes", request.body.size()},
+std::string summaryOf(const ServedRequest& request) {
+    ordered_json summary{{"at", request.receivedMillis},          {"method", shortened(request.method)},
+                         {"path", shortened(request.path)},       {"kind", kindOf(request)},
+                         {"status", statusOf(request)},           {"bytes", request.body.size()},
                          {"token", wordsFor(request.token.state)}};
     if (request.token.opened.has_value()) {
         summary["app"] = shortened(request.token.opened->bundleIdentifier);

@@ -19,6 +19,7 @@ export function openFeed(on) {
   source.addEventListener('gap', (event) => on.gap(Number(event.data)));
   source.addEventListener('request', (event) => {
     const request = JSON.parse(event.data);
+    request.id = Number(event.lastEventId);
     if (request.id <= lastId) return;
     lastId = request.id;
     on.request(request);

@@ -9,11 +9,11 @@ import {Metrics} from './metrics.js';
 import {Store} from './store.js';
 import {countText} from './text.js';
 import {wireTheme} from './theme.js';
-import {currentView, isWide, show, wireViews} from './views.js';
+import {currentView, show, wireViews} from './views.js';
 
 const store = new Store();
 const metrics = new Metrics();
-const list = new List((request) => showDetail(request.id), () => isWide() || show('detail'));
+const list = new List((request) => showDetail(request.id), () => show('detail'));
 let clearedUpTo = 0;
 let drawIsDue = false;
 

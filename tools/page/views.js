@@ -7,7 +7,6 @@ const tabs = [...document.querySelectorAll('[role=tab]')];
 let onChange = () => {};
 
 export const currentView = () => document.body.dataset.view;
-export const isWide = () => wide.matches;
 
 export function show(view) {
   const front = wide.matches && view === 'requests' ? 'detail' : view;
