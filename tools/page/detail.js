@@ -54,7 +54,7 @@ function definitions(pairs) {
 function tokenList(token) {
   const verdict = element('span', {class: 'badge', 'data-tone': token.state === 'valid' ? 'good' : 'bad'},
     token.state);
-  if (token.createdMillis === undefined) return element('dl', {}, element('dt', {}, 'verdict'), element('dd', {}, verdict));
+  if (token.createdMillis === undefined) return definitions([['verdict', verdict]]);
   const age = Math.abs(token.ageMillis) < 1000 ? `${token.ageMillis} ms` : ageText(Math.abs(token.ageMillis));
   return element('dl', {}, element('dt', {}, 'verdict'), element('dd', {}, verdict, ' opened and verified'),
     element('dt', {}, 'application'), element('dd', {}, token.bundleIdentifier),

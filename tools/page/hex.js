@@ -41,9 +41,8 @@ export class HexDump {
   /** Marks the bytes of a field and brings the first into sight; none for null. */
   mark(field) {
     this.#range = field === null ? {start: 0, end: 0} : field;
-    if (field !== null && field.end > field.start && (field.end <= this.#first || field.start >= this.#first + kWindow)) {
-      this.#show(field.start);
-    }
+    const isInSight = field === null || (field.end > this.#first && field.start < this.#first + kWindow);
+    if (!isInSight) this.#show(field.start);
     this.#colour();
     this.#bringIntoSight(this.#range.start);
   }

@@ -96,7 +96,9 @@ export class List {
       Math.ceil((this.#box.scrollTop + this.#box.clientHeight) / height) + kAround);
     const wanted = new Set(this.#items.slice(first, last).map((item) => item.id));
     for (const [id, row] of this.#rows) {
-      if (!wanted.has(id)) row.remove(), this.#rows.delete(id);
+      if (wanted.has(id)) continue;
+      row.remove();
+      this.#rows.delete(id);
     }
     // In the order of the list, as it is read aloud.
     let next = this.#spacer.firstElementChild;

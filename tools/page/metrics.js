@@ -34,7 +34,10 @@ export class Metrics {
     const key = `${kind} ${name}`;
     let metric = this.#names.get(key);
     if (metric === undefined) {
-      if (this.#names.size === kNames) return void ++this.#unlisted;
+      if (this.#names.size === kNames) {
+        this.#unlisted += 1;
+        return;
+      }
       metric = {kind, name, count: 0, total: 0, least: number, most: number, samples: []};
       this.#names.set(key, metric);
     }

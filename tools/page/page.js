@@ -44,7 +44,11 @@ function onState(state) {
   byId('address').textContent = state.collector;
   if (state.clearedUpTo <= clearedUpTo) return;
   clearedUpTo = state.clearedUpTo;
-  if (store.forget(clearedUpTo)) metrics.clear(), clearDetail(), notice('');
+  if (store.forget(clearedUpTo)) {
+    metrics.clear();
+    clearDetail();
+    notice('');
+  }
   draw();
 }
 
@@ -61,7 +65,9 @@ function wireFilter() {
   };
   byId('search').addEventListener('input', apply);
   byId('search').addEventListener('keydown', (event) => {
-    if (event.key === 'Enter' || event.key === 'ArrowDown') event.preventDefault(), list.focus();
+    if (!['Enter', 'ArrowDown', 'Escape'].includes(event.key)) return;
+    event.preventDefault();
+    list.focus();
   });
   byId('failed').addEventListener('change', apply);
   for (const radio of document.querySelectorAll('input[name=kind]')) radio.addEventListener('change', apply);
@@ -71,7 +77,6 @@ function wireKeys() {
   const isTyping = (target) => target.matches('input:not([type=radio], [type=checkbox]), textarea');
   document.addEventListener('keydown', (event) => {
     if (event.ctrlKey || event.metaKey || event.altKey) return;
-    if (event.key === 'Escape' && event.target === byId('search')) return void list.focus();
     if (isTyping(event.target)) return;
     const actions = {
       '/': () => byId('search').focus(), j: () => list.move(1), k: () => list.move(-1),
@@ -97,5 +102,8 @@ setInterval(() => {
   list.tick();
   if (currentView() === 'metrics' && !store.paused) metrics.draw();
 }, 1000);
-openFeed({request: onRequest, state: onState, gap: (count) => notice(`${countText(count, 'request')} came and went unseen.`)});
+openFeed({
+  request: onRequest,
+  state: onState,
+  gap: (count) => notice(`${countText(count, 'request')} came and went unseen.`)});
 draw();

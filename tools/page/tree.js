@@ -104,7 +104,8 @@ export class Tree {
       ArrowUp: () => focus(items[index - 1]),
       Home: () => focus(items[0]),
       End: () => focus(items.at(-1)),
-      ArrowRight: () => (isOpened === 'false' ? this.#setOpened(now, true) : focus(now.querySelector('[role=treeitem]'))),
+      ArrowRight: () => (isOpened === 'false' ? this.#setOpened(now, true)
+        : focus(now.querySelector('[role=treeitem]'))),
       ArrowLeft: () => (isOpened === 'true' ? this.#setOpened(now, false)
         : focus(now.parentElement.closest('[role=treeitem]'))),
       Enter: () => now.click()};

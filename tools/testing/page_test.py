@@ -74,7 +74,12 @@ class Page(unittest.TestCase):
         return self.script("return document.querySelector(arguments[0])?.textContent ?? ''", selector)
 
     def texts(self, selector):
-        return self.script("return [...document.querySelectorAll(arguments[0])].map((one) => one.textContent)", selector)
+        return self.script(
+            "return [...document.querySelectorAll(arguments[0])].map((one) => one.textContent)", selector)
+
+    def marked_bytes(self):
+        return self.script(
+            "return [...document.querySelectorAll('.codes .marked')].map((one) => Number(one.dataset.byte))")
 
     def until(self, condition):
         WebDriverWait(self.browser, 60, poll_frequency=0.05).until(lambda _: condition())
@@ -154,10 +159,9 @@ class Page(unittest.TestCase):
         self.until(lambda: self.texts(".tree .name")[3:5] == ["kitType", "kitVersion"])
         items = self.browser.find_elements(By.CSS_SELECTOR, ".tree [role=treeitem]")
         self.script("arguments[0].focus()", items[4])
-        marked = self.script("return [...document.querySelectorAll('.codes .marked')].map((one) => Number(one.dataset.byte))")
         # The field's tag, its length and its text.
         start = body.index(b"\x22\x033.3")
-        self.assertEqual(marked, list(range(start, start + 5)))
+        self.assertEqual(self.marked_bytes(), list(range(start, start + 5)))
         ActionChains(self.browser).move_to_element(self.find(".codes [data-byte='5']")).perform()
         self.until(lambda: self.texts(".tree .marked > div > .name") == ["clientId"])
         self.assertEqual(json.loads(self.text(".raw pre")), self.collector.logged()[0])
@@ -173,9 +177,8 @@ class Page(unittest.TestCase):
         self.find(".lines").send_keys(Keys.ARROW_RIGHT, *[Keys.ARROW_DOWN] * 2)
         # The keys lead to byte 32, where the innermost field begins.
         self.until(lambda: self.texts(".tree .marked > div > .name") == ["deep"])
-        marked = self.script("return [...document.querySelectorAll('.codes .marked')].map((one) => Number(one.dataset.byte))")
         self.assertEqual(body.index(b'"deep"'), 32)
-        self.assertEqual(marked, list(range(32, 32 + len(b'"deep": -2.5e3'))))
+        self.assertEqual(self.marked_bytes(), list(range(32, 32 + len(b'"deep": -2.5e3'))))
 
     def test_keeps_hostile_text_as_text(self):
         self.open()
@@ -399,7 +402,8 @@ class Page(unittest.TestCase):
             self.collector.post(METRICS, metrics(
                 [("postcards.sent", number % 5), ("photos.opened", 2), (HOSTILE, 1), ("a" * 120, 1)],
                 [("postcards.upload", 80 + number * 7), ("app.start", 412 - number)]))
-        self.collector.post("/v1/config", json.dumps({"query": "config { search { enabled } }", "variables": {"n": 12}}))
+        self.collector.post("/v1/config", json.dumps(
+            {"query": "config { search { enabled } }", "variables": {"n": 12}}))
         self.collector.post("/v1/nothing", "bytes of no kind")
         self.collector.post(HEARTBEAT, heartbeat_batch((1, "1.0"), (3, "2.1")))
         self.collector.send("heartbeat", "--kit", "avatar", "--kit-version", "3.3")
