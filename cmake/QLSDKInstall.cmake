@@ -105,7 +105,3 @@ install(FILES
     ${PROJECT_BINARY_DIR}/install/QLSDKCoreKitConfig.cmake
     ${PROJECT_BINARY_DIR}/install/QLSDKCoreKitConfigVersion.cmake
     DESTINATION ${qlsdk_cmake_dir} COMPONENT dev)
-
-if(QLSDK_BUILD_TOOLS)
-    install(TARGETS quillkit RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT quillkit)
-endif()

@@ -37,8 +37,35 @@ Answer parseAnswer(std::string_view text) {
     return answer;
 }
 
+std::string textOf(const Answer& answer) {
+    if (answer.kind == Answer::Kind::drop) return "drop";
+    if (answer.kind == Answer::Kind::stall) return "stall";
+    std::string text = std::to_string(answer.status);
+    for (const auto& [name, value] : answer.headers) text += ":" + name + "=" + value;
+    return text;
+}
+
 AnswerScript::AnswerScript(std::span<const std::string> texts) {
-    for (const std::string& text : texts) answers_.push_back(parseAnswer(text));
+    add(texts);
+}
+
+void AnswerScript::add(std::span<const std::string> texts) {
+    std::vector<Answer> added;
+    for (const std::string& text : texts) added.push_back(parseAnswer(text));
+    const std::lock_guard lock(mutex_);
+    answers_.insert(answers_.end(), added.begin(), added.end());
+}
+
+void AnswerScript::clear() {
+    const std::lock_guard lock(mutex_);
+    answers_.clear();
+}
+
+std::vector<std::string> AnswerScript::pending() {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::string> texts;
+    for (const Answer& answer : answers_) texts.push_back(textOf(answer));
+    return texts;
 }
 
 Answer AnswerScript::next() {

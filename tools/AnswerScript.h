@@ -28,12 +28,23 @@ struct Answer {
 /// Reads "STATUS", "STATUS:NAME=VALUE", "drop" or "stall". Throws `UsageError` for anything else.
 [[nodiscard]] Answer parseAnswer(std::string_view text);
 
+/// The text that `parseAnswer` reads this answer from.
+[[nodiscard]] std::string textOf(const Answer& answer);
+
 /// The answers that the user ordered, given out in their order; 200 when they are used up. Any thread.
 class AnswerScript {
   public:
+    /// Throws `UsageError` for a text that is no answer.
     explicit AnswerScript(std::span<const std::string> texts);
 
     [[nodiscard]] Answer next();
+    /// Orders more behind those that are left. Throws `UsageError` for a text that is no answer; then none is
+    /// added.
+    void add(std::span<const std::string> texts);
+    /// Forgets those that are left.
+    void clear();
+    /// Those that are left, as texts.
+    [[nodiscard]] std::vector<std::string> pending();
     /// How many of the answers left are stalls.
     [[nodiscard]] std::size_t stallCount();
 

@@ -2,38 +2,20 @@
 
 #include "Endpoints.h"
 #include "Failure.h"
+#include "RequestBody.h"
 #include <httplib.h>
-#include <nlohmann/json.hpp>
 #include <sys/socket.h>
-
-#include "QLSDKCoreKit/platform/Files.h"
 
 namespace quillkit {
 
 namespace {
 
-constexpr std::size_t kConfigCeiling = std::size_t{1} << 20;
 /// Threads beside those that scripted stalls keep for themselves.
 constexpr std::size_t kSpareThreads = 16;
 
 std::int64_t nowMillis() {
     using namespace std::chrono;
     return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
-}
-
-/// Takes the body up to the ceiling, whatever length the client announced, if any. 0, or the status of a
-/// refusal.
-int readBody(const httplib::Request& request, const httplib::ContentReader& reader, qlsdk::Data& body) {
-    // The server's parser of such bodies would hand the parts elsewhere.
-    if (request.is_multipart_form_data()) return 415;
-    bool tooLarge = false;
-    const bool complete = reader([&](const char* bytes, std::size_t count) {
-        tooLarge = count > Collector::kBodyCeiling - body.size();
-        if (!tooLarge) body.insert(body.end(), bytes, bytes + count);
-        return !tooLarge;
-    });
-    if (tooLarge) return 413;
-    return complete ? 0 : 400;
 }
 
 /// The client sees the connection end and no status.
@@ -57,10 +39,11 @@ ServedRequest describe(const httplib::Request& request, qlsdk::Data body, const 
         }
     }
     served.body = std::move(body);
+    served.receivedMillis = nowMillis();
     const std::string header(kTokenHeader);
     served.token = checkToken(
         request.has_header(header) ? std::optional(request.get_header_value(header)) : std::nullopt,
-        nowMillis());
+        served.receivedMillis);
     served.answer = wordFor(answer);
     return served;
 }
@@ -73,13 +56,14 @@ void setSocketOptions(socket_t socket) {
 
 }  // namespace
 
-Collector::Collector(const Identity& identity, AnswerScript& script, RequestLog& log,
-                     std::optional<std::string> configFile)
+Collector::Collector(const Identity& identity, AnswerScript& script, ConfigSource& config, StallGate& stalls,
+                     RequestLog& log)
     : server_(std::make_unique<httplib::SSLServer>(identity.certificate.get(), identity.key.get())),
       script_(script),
+      config_(config),
+      stalls_(stalls),
       log_(log),
-      configFile_(std::move(configFile)),
-      threadCount_(kSpareThreads + script.stallCount()) {
+      threadCount_(kSpareThreads + script.stallCount() + kLaterStallCeiling) {
     if (!server_->is_valid()) throw Failure("the server's certificate cannot be used");
     server_->set_socket_options(setSocketOptions);
     // On purpose one request to a connection: a client may send a request again by itself when a connection
@@ -93,7 +77,8 @@ Collector::Collector(const Identity& identity, AnswerScript& script, RequestLog&
     });
     server_->Post(".*", [this](const httplib::Request& request, httplib::Response& response,
                                const httplib::ContentReader& reader) {
-        serveRequest(request, response, [&](qlsdk::Data& body) { return readBody(request, reader, body); });
+        serveRequest(request, response,
+                     [&](qlsdk::Data& body) { return readRequestBody(request, reader, kBodyCeiling, body); });
     });
 }
 
@@ -118,17 +103,8 @@ bool Collector::serve(const std::function<void()>& onListening) {
 }
 
 void Collector::stop() {
-    {
-        const std::lock_guard lock(mutex_);
-        stopped_ = true;
-    }
-    stopping_.notify_all();
+    stalls_.close();
     server_->stop();
-}
-
-void Collector::waitUntilStopped() {
-    std::unique_lock lock(mutex_);
-    stopping_.wait(lock, [this] { return stopped_; });
 }
 
 void Collector::serveRequest(const httplib::Request& request, httplib::Response& response,
@@ -140,11 +116,11 @@ void Collector::serveRequest(const httplib::Request& request, httplib::Response&
     Answer answer = answerTo(request, refusal);
     const bool givesConfig =
         answer.kind == Answer::Kind::status && answer.status == 200 && request.path == kConfigPath;
-    const std::optional<std::string> config = givesConfig ? configBody() : std::nullopt;
+    const std::optional<std::string> config = givesConfig ? config_.body() : std::nullopt;
     if (givesConfig && !config.has_value()) answer.status = 500;
     // Before the answer: who has it can rely on the log.
     log_.write(describe(request, std::move(body), answer));
-    if (answer.kind == Answer::Kind::stall) waitUntilStopped();
+    if (answer.kind == Answer::Kind::stall) stalls_.wait();
     if (answer.kind != Answer::Kind::status) return closeWithoutAnswer(request);
     response.status = answer.status;
     for (const auto& [name, value] : answer.headers) response.set_header(name, value);
@@ -155,13 +131,6 @@ Answer Collector::answerTo(const httplib::Request& request, int refusal) {
     if (endpointAt(request.path) == nullptr) refusal = 404;
     if (refusal == 0) return script_.next();
     return {.kind = Answer::Kind::status, .status = refusal, .headers = {}};
-}
-
-std::optional<std::string> Collector::configBody() const {
-    const auto file = configFile_.has_value() ? qlsdk::platform::readFile(*configFile_, kConfigCeiling)
-                                              : std::optional(qlsdk::dataOf("{}"));
-    if (!file.has_value() || !nlohmann::json::accept(file->begin(), file->end())) return std::nullopt;
-    return R"({"data":{"config":)" + qlsdk::textOf(*file) + "}}";
 }
 
 }  // namespace quillkit

@@ -1,15 +1,13 @@
 #pragma once
 
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <string>
 
 #include "AnswerScript.h"
 #include "Certificates.h"
+#include "ConfigSource.h"
 #include "RequestLog.h"
+#include "StallGate.h"
 
 namespace httplib {
 class SSLServer;
@@ -25,11 +23,12 @@ class Collector {
   public:
     /// Larger bodies are refused with 413.
     static constexpr std::size_t kBodyCeiling = std::size_t{1} << 20;
+    /// How many requests may stall, beside those that the script orders now, with others still served.
+    static constexpr std::size_t kLaterStallCeiling = 8;
 
-    /// `configFile` holds the JSON that the configuration path answers with; absent answers an empty object.
-    /// `script` and `log` are borrowed. Throws `Failure` when the identity is of no use to TLS.
-    Collector(const Identity& identity, AnswerScript& script, RequestLog& log,
-              std::optional<std::string> configFile);
+    /// All but the identity is borrowed. Throws `Failure` when the identity is of no use to TLS.
+    Collector(const Identity& identity, AnswerScript& script, ConfigSource& config, StallGate& stalls,
+              RequestLog& log);
     ~Collector();
 
     /// Takes the port, or any free one for 0, and returns it. Throws `Failure` when it is taken.
@@ -47,18 +46,13 @@ class Collector {
 
     void serveRequest(const httplib::Request& request, httplib::Response& response, const Reader& readBody);
     Answer answerTo(const httplib::Request& request, int refusal);
-    [[nodiscard]] std::optional<std::string> configBody() const;
-    void waitUntilStopped();
 
     std::unique_ptr<httplib::SSLServer> server_;
     AnswerScript& script_;
+    ConfigSource& config_;
+    StallGate& stalls_;
     RequestLog& log_;
-    const std::optional<std::string> configFile_;
-    std::size_t threadCount_;
-
-    std::mutex mutex_;
-    std::condition_variable stopping_;
-    bool stopped_ = false;
+    const std::size_t threadCount_;
 };
 
 }  // namespace quillkit

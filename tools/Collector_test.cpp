@@ -109,8 +109,11 @@ TEST(Collector, EndsCleanlyOnEitherSignal) {
         collector.process().sendSignal(signal);
         const Finished finished = collector.process().finish();
         EXPECT_EQ(finished.exitStatus, 0);
-        EXPECT_EQ(finished.errors, "");
+        EXPECT_THAT(finished.errors, ::testing::MatchesRegex("page: http://127\\.0\\.0\\.1:[0-9]+/[^\n]+\n"));
     }
+    RunningCollector withoutPage({"--no-page"});
+    withoutPage.process().sendSignal(SIGTERM);
+    EXPECT_EQ(withoutPage.process().finish().errors, "");
 }
 
 TEST(Collector, ReadsItsConfigurationAtEachRequest) {

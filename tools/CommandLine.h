@@ -24,6 +24,9 @@ struct Option {
     Occurrence occurrence = Occurrence::optional;
 };
 
+/// Of the subcommands that print data.
+inline constexpr Option kJsonOption{"--json", "", "prints one line of JSON instead of text"};
+
 /// How many operands a subcommand takes.
 struct OperandCount {
     std::size_t least = 0;

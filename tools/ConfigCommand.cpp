@@ -4,8 +4,10 @@
 
 #include "Failure.h"
 #include "HostOptions.h"
+#include "JsonText.h"
 #include "SendActions.h"
 #include "Subcommand.h"
+#include <nlohmann/json.hpp>
 
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigManager.h"
 
@@ -13,10 +15,11 @@ namespace quillkit {
 
 namespace {
 
-constexpr std::array<Option, 3> kConfigOptions{
+constexpr std::array<Option, 4> kConfigOptions{
     {{"--type", "TYPE", "of a value: bool, long, double or string"},
      {"--default", "V", "of a value: what to print when there is none of that type"},
-     {"--wait", "SECONDS", "of an update: how long to wait for the outcome; 10 without it"}}};
+     {"--wait", "SECONDS", "of an update: how long to wait for the outcome; 10 without it"},
+     kJsonOption}};
 
 std::string requiredValue(const Arguments& arguments, std::string_view option) {
     const auto value = arguments.value(option);
@@ -49,6 +52,10 @@ int update(const Arguments& arguments) {
     auto answer = outcome->get_future();
     if (answer.wait_for(wait) != std::future_status::ready) throw Failure("no outcome in the time given");
     const bool success = answer.get();
+    if (arguments.has(kJsonOption.name)) {
+        printJson({{"success", success}});
+        return success ? 0 : 1;
+    }
     std::cout << (success ? "success: stored until it is read once\n" : "failure: nothing was stored\n");
     return success ? 0 : 1;
 }
@@ -67,6 +74,14 @@ std::string valueOf(const qlsdk::QLSDKDynamicConfigEntity& entity,
     throw UsageError("unknown type '" + type + "'");
 }
 
+/// The printed value as JSON of the wanted type.
+nlohmann::ordered_json jsonValue(const std::string& value, const std::string& type) {
+    if (type == "string") return value;
+    auto json = nlohmann::ordered_json::parse(value, nullptr, false);
+    // JSON has no infinity.
+    return json.is_discarded() ? nullptr : std::move(json);
+}
+
 int get(const Arguments& arguments) {
     const std::vector<std::string>& operands = arguments.operands();
     if (operands.size() < 3) throw UsageError("get wants a name and at least one key");
@@ -80,7 +95,15 @@ int get(const Arguments& arguments) {
     const auto entity = qlsdk::QLSDKDynamicConfigManager::shared().dynamicConfig(operands[1]);
     if (entity == nullptr) std::cerr << "quillkit: no configuration '" << operands[1] << "' is stored\n";
     const qlsdk::QLSDKDynamicConfigEntity::KeyPath path(operands.begin() + 2, operands.end());
-    std::cout << valueOf(entity != nullptr ? *entity : nothing, path, type, fallback) << "\n";
+    const std::string value = valueOf(entity != nullptr ? *entity : nothing, path, type, fallback);
+    if (arguments.has(kJsonOption.name)) {
+        printJson({{"name", operands[1]},
+                   {"path", path},
+                   {"stored", entity != nullptr},
+                   {"value", jsonValue(value, type)}});
+        return 0;
+    }
+    std::cout << value << "\n";
     return 0;
 }
 

@@ -3,8 +3,11 @@
 #include "ArchiveClasses.h"
 #include "ArchiveTree.h"
 #include "Failure.h"
+#include "JsonText.h"
 #include "LinkOutline.h"
+#include "RequestLog.h"
 #include "Subcommand.h"
+#include <nlohmann/json.hpp>
 
 #include "QLSDKCoreKit/platform/Files.h"
 #include "QLSDKCoreKit/platform/PropertyList.h"
@@ -15,26 +18,64 @@ namespace {
 
 constexpr std::size_t kFileCeiling = std::size_t{64} << 20;
 
-void addFile(Outline& outline, const std::string& path) {
+using nlohmann::ordered_json;
+
+/// A file that could be read, as one or the other.
+struct ReadFile {
+    std::optional<qlsdk::platform::ArchivedObject> archive;
+    std::optional<qlsdk::Value> propertyList;
+};
+
+ReadFile read(const std::string& path) {
     const auto bytes = qlsdk::platform::readFile(path, kFileCeiling);
     if (!bytes.has_value()) throw Failure("cannot read " + path);
-    if (const auto archive = readArchive(*bytes)) {
-        addObject(outline, "keyed archive", *archive);
-    } else if (const auto propertyList = qlsdk::platform::parsePropertyList(*bytes)) {
-        addValue(outline, "property list", *propertyList);
+    ReadFile file{.archive = readArchive(*bytes), .propertyList = std::nullopt};
+    if (!file.archive.has_value()) file.propertyList = qlsdk::platform::parsePropertyList(*bytes);
+    if (file.archive.has_value() || file.propertyList.has_value()) return file;
+    throw Failure(path + " is neither a keyed archive of known classes nor a property list, or is damaged");
+}
+
+void addFile(Outline& outline, const ReadFile& file) {
+    if (file.archive.has_value()) {
+        addObject(outline, "keyed archive", *file.archive);
     } else {
-        throw Failure(path +
-                      " is neither a keyed archive of known classes nor a property list, or is damaged");
+        addValue(outline, "property list", *file.propertyList);
     }
+}
+
+ordered_json jsonOf(const ReadFile& file) {
+    JsonText json;
+    if (file.archive.has_value()) return {{"keyedArchive", json.of(*file.archive)}};
+    return {{"propertyList", json.of(*file.propertyList)}};
+}
+
+ordered_json jsonOf(const LinkParameter& parameter, JsonText& json) {
+    ordered_json object{{"name", parameter.name}, {"value", parameter.value}};
+    if (parameter.isEncoded) {
+        object["decoded"] = parameter.decoded.has_value() ? json.of(*parameter.decoded) : ordered_json();
+    }
+    if (parameter.token.has_value()) object["token"] = tokenFields(*parameter.token);
+    return object;
+}
+
+ordered_json jsonOf(const LinkParts& link) {
+    JsonText json;
+    ordered_json parameters = ordered_json::array();
+    for (const LinkParameter& parameter : link.parameters) parameters.push_back(jsonOf(parameter, json));
+    return {{"link", link.base}, {"parameters", std::move(parameters)}};
 }
 
 int inspect(const Arguments& arguments) {
     const std::string& subject = arguments.operands().front();
+    if (arguments.has(kJsonOption.name)) {
+        printJson(isLink(subject) ? jsonOf(readLink(subject)) : jsonOf(read(subject)));
+        return 0;
+    }
     Outline outline;
     if (isLink(subject)) {
-        addLink(outline, subject);
+        addLink(outline, readLink(subject));
     } else {
-        addFile(outline, subject);
+        addFile(outline, read(subject));
     }
     std::cout << outline.text();
     return 0;
@@ -52,7 +93,7 @@ Subcommand inspectCommand() {
             "Reads the upload queues' archives, the configuration archive, any other keyed archive of\n"
             "standard classes, and property lists; or decodes a link into the companion app, its metadata,\n"
             "its payload and the token in it. The file is not changed.\n",
-        .options = {},
+        .options = {kJsonOption},
         .run = inspect};
 }
 

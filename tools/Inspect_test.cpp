@@ -28,8 +28,9 @@ class Inspect : public ::testing::Test {
                   0);
     }
 
-    [[nodiscard]] Finished inspect(const std::string& name) const {
-        return testing::runToEnd({QUILLKIT_BINARY, "inspect", directory_.path() + "/" + name});
+    [[nodiscard]] Finished inspect(const std::string& name, std::vector<std::string> options = {}) const {
+        options.insert(options.begin(), {QUILLKIT_BINARY, "inspect", directory_.path() + "/" + name});
+        return testing::runToEnd(options);
     }
 
     qlsdk::platform::testing::TemporaryDirectories directory_;
@@ -81,6 +82,26 @@ TEST_F(Inspect, PrintsAnEndlessTreeOnlySoFar) {
     const auto lines = std::count(finished.output.begin(), finished.output.end(), '\n');
     EXPECT_EQ(lines, static_cast<std::ptrdiff_t>(Outline::kLineCeiling) + 1);
     EXPECT_TRUE(finished.output.ends_with("(cut after 5000 lines)\n"));
+    // Half of a JSON text is of no use.
+    const Finished asJson = inspect("endless", {"--json"});
+    EXPECT_EQ(asJson.exitStatus, 1);
+    EXPECT_EQ(asJson.output, "");
+    EXPECT_THAT(asJson.errors, ::testing::HasSubstr("more than 100000 values"));
+}
+
+TEST_F(Inspect, PrintsTheSameAsJson) {
+    EXPECT_EQ(inspect("config", {"--json"}).output,
+              R"({"keyedArchive":{"search":{"entity":"search","config":{"enabled":true}}}})"
+              "\n");
+    EXPECT_EQ(inspect("binary-list", {"--json"}).output,
+              R"({"propertyList":{"QLSDKClientId":"abc\u001b[31m",)"
+              R"("QLSDKScopes":["a",1,1.5,true,{"data":"00ff"}]}})"
+              "\n");
+    const std::string queue = inspect("queue", {"--json"}).output;
+    EXPECT_THAT(queue, ::testing::HasSubstr(R"("fields":{"clientId":"abc","timestamp":{"seconds":5}}})"));
+    EXPECT_THAT(queue, ::testing::HasSubstr(R"({"sequenceId":41,"retries":1,"notBeforeMillis":1700000000000,)"
+                                            R"("event":{"message":"KitsOwnEvent","bytes":"08071200",)"
+                                            R"("rawFields":"1: 7\n2: \"\"\n"}})"));
 }
 
 TEST_F(Inspect, SaysInOneLineWhatItCannotRead) {

@@ -3,7 +3,9 @@
 
 #include "Failure.h"
 #include "HostOptions.h"
+#include "JsonText.h"
 #include "Subcommand.h"
+#include <nlohmann/json.hpp>
 
 #include "QLSDKCoreKit/deeplink/QLSDKDeepLinker.h"
 #include "QLSDKCoreKit/platform/Json.h"
@@ -15,12 +17,13 @@ namespace {
 
 using qlsdk::Dictionary;
 
-constexpr std::array<Option, 5> kLinkOptions{
+constexpr std::array<Option, 6> kLinkOptions{
     {{"--metadata", "JSON", "object with information about the request"},
      {"--payload", "JSON", "object with the feature's content"},
      {"--query", "K=V", "extra query parameter; may be given again", Occurrence::repeated},
      {"--fingerprint", "", "adds a fresh client auth token to the metadata"},
-     {"--open", "", "opens the link and reports the outcome"}}};
+     {"--open", "", "opens the link and reports the outcome"},
+     kJsonOption}};
 
 qlsdk::QLSDKDeepLinkFeature featureNamed(const std::string& name) {
     if (name == "camera") return qlsdk::QLSDKDeepLinkFeatureCamera;
@@ -48,8 +51,8 @@ std::optional<Dictionary> queriesArgument(const Arguments& arguments) {
     return queries;
 }
 
-/// Opens as a host does whose main queue this thread pumps.
-int open(const qlsdk::QLSDKDeepLinker& linker, bool fingerprint) {
+/// Opens as a host does whose main queue this thread pumps. True when something took the link.
+bool open(const qlsdk::QLSDKDeepLinker& linker, bool fingerprint) {
     const auto mainQueue = qlsdk::platform::current().queues->mainQueue();
     std::optional<bool> outcome;
     linker.connectWithFpAuth(fingerprint, [&](bool success) {
@@ -57,8 +60,7 @@ int open(const qlsdk::QLSDKDeepLinker& linker, bool fingerprint) {
         mainQueue->stop();
     });
     mainQueue->run();
-    std::cout << (outcome.value_or(false) ? "opened\n" : "not opened: nothing here opens such links\n");
-    return outcome.value_or(false) ? 0 : 1;
+    return outcome.value_or(false);
 }
 
 int link(const Arguments& arguments) {
@@ -69,8 +71,18 @@ int link(const Arguments& arguments) {
     const bool fingerprint = arguments.has("--fingerprint");
     const auto url = linker.linkWithFpAuth(fingerprint);
     if (!url.has_value()) throw Failure("no link can be made of this");
+    const bool opens = arguments.has("--open");
+    if (arguments.has(kJsonOption.name)) {
+        nlohmann::ordered_json json{{"link", url->absoluteString()}};
+        if (opens) json["opened"] = open(linker, fingerprint);
+        printJson(json);
+        return json.value("opened", true) ? 0 : 1;
+    }
     std::cout << url->absoluteString() << std::endl;
-    return arguments.has("--open") ? open(linker, fingerprint) : 0;
+    if (!opens) return 0;
+    const bool opened = open(linker, fingerprint);
+    std::cout << (opened ? "opened\n" : "not opened: nothing here opens such links\n");
+    return opened ? 0 : 1;
 }
 
 }  // namespace

@@ -1,16 +1,12 @@
 #pragma once
 
-#include <string>
-
+#include "LinkReader.h"
 #include "Outline.h"
 
 namespace quillkit {
 
-/// True for a text that is a link into the companion app rather than a file's name.
-[[nodiscard]] bool isLink(const std::string& text);
-
 /// Adds the link's base and its query parameters, "metadata" and "payload" decoded and a fingerprint opened.
 /// What does not decode is shown as it stands and said to be so.
-void addLink(Outline& outline, const std::string& link);
+void addLink(Outline& outline, const LinkParts& link);
 
 }  // namespace quillkit

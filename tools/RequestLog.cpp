@@ -36,28 +36,6 @@ ordered_json parsedJson(const qlsdk::Data& body) {
     return tooDeep || parsed.is_discarded() ? ordered_json() : parsed;
 }
 
-ordered_json decodedBody(const ServedRequest& request) {
-    const Endpoint* endpoint = endpointAt(request.path);
-    if (endpoint == nullptr) return nullptr;
-    if (endpoint->messageName.empty()) return parsedJson(request.body);
-    const auto message = decodeMessage(endpoint->messageName, request.body);
-    return message == nullptr ? ordered_json() : jsonOf(*message);
-}
-
-ordered_json tokenFields(const TokenReport& token) {
-    ordered_json fields{{"state", wordsFor(token.state)}};
-    if (!token.opened.has_value()) return fields;
-    fields["bundleIdentifier"] = token.opened->bundleIdentifier;
-    fields["createdMillis"] = token.opened->createdMillis;
-    fields["ageMillis"] = token.ageMillis;
-    return fields;
-}
-
-ordered_json statusOf(const ServedRequest& request) {
-    const bool isNumber = request.answer.find_first_not_of("0123456789") == std::string::npos;
-    return isNumber ? ordered_json(std::stoi(request.answer)) : ordered_json(request.answer);
-}
-
 std::string tokenText(const TokenReport& token) {
     std::string text = "token " + std::string(wordsFor(token.state));
     if (!token.opened.has_value()) return text;
@@ -88,6 +66,28 @@ void writeAll(int file, std::string_view text) {
 
 }  // namespace
 
+ordered_json decodedBody(const ServedRequest& request) {
+    const Endpoint* endpoint = endpointAt(request.path);
+    if (endpoint == nullptr) return nullptr;
+    if (endpoint->messageName.empty()) return parsedJson(request.body);
+    const auto message = decodeMessage(endpoint->messageName, request.body);
+    return message == nullptr ? ordered_json() : jsonOf(*message);
+}
+
+ordered_json tokenFields(const TokenReport& token) {
+    ordered_json fields{{"state", wordsFor(token.state)}};
+    if (!token.opened.has_value()) return fields;
+    fields["bundleIdentifier"] = token.opened->bundleIdentifier;
+    fields["createdMillis"] = token.opened->createdMillis;
+    fields["ageMillis"] = token.ageMillis;
+    return fields;
+}
+
+ordered_json statusOf(const ServedRequest& request) {
+    const bool isNumber = request.answer.find_first_not_of("0123456789") == std::string::npos;
+    return isNumber ? ordered_json(std::stoi(request.answer)) : ordered_json(request.answer);
+}
+
 std::string jsonLine(const ServedRequest& request) {
     ordered_json headers = ordered_json::object();
     for (const auto& [name, value] : request.headers) {
@@ -109,7 +109,8 @@ std::string humanLine(const ServedRequest& request) {
     return line;
 }
 
-RequestLog::RequestLog(const std::optional<std::string>& path) {
+RequestLog::RequestLog(const std::optional<std::string>& path, Watcher watcher)
+    : watcher_(std::move(watcher)) {
     if (!path.has_value()) return;
     file_ = ::open(path->c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
     if (file_ < 0) throw Failure("cannot open " + *path + " for writing");
@@ -122,9 +123,12 @@ RequestLog::~RequestLog() {
 void RequestLog::write(const ServedRequest& request) {
     const std::string json = file_ < 0 ? std::string() : jsonLine(request) + "\n";
     const std::string human = humanLine(request);
-    const std::lock_guard lock(mutex_);
-    if (file_ >= 0) writeAll(file_, json);
-    std::cout << human << std::endl;
+    {
+        const std::lock_guard lock(mutex_);
+        if (file_ >= 0) writeAll(file_, json);
+        std::cout << human << std::endl;
+    }
+    if (watcher_) watcher_(request);
 }
 
 }  // namespace quillkit

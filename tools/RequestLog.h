@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include "TokenCheck.h"
+#include <nlohmann/json_fwd.hpp>
 
 #include "QLSDKCoreKit/platform/Data.h"
 
@@ -22,7 +24,18 @@ struct ServedRequest {
     TokenReport token;
     /// The status answered, "drop" or "stall".
     std::string answer;
+    /// When it was read, since 1970.
+    std::int64_t receivedMillis = 0;
 };
+
+/// The body as JSON: decoded by the path's schema, or parsed. Null when it is neither.
+[[nodiscard]] nlohmann::ordered_json decodedBody(const ServedRequest& request);
+
+/// What the token says, for people and for programs: "state" and, when it opened, what is in it.
+[[nodiscard]] nlohmann::ordered_json tokenFields(const TokenReport& token);
+
+/// The answer as a number, or as the word that stands for none.
+[[nodiscard]] nlohmann::ordered_json statusOf(const ServedRequest& request);
 
 /// The request as one JSON object on one line: "method", "path", "headers", "body" (hex), "message" (decoded
 /// by the path; null when it does not decode), "token" and "status" (a number, "drop" or "stall").
@@ -35,8 +48,11 @@ struct ServedRequest {
 /// file, a JSON line at its end. Any thread; lines never mix.
 class RequestLog {
   public:
+    using Watcher = std::function<void(const ServedRequest& request)>;
+
+    /// `watcher`, when there is one, sees each request after it was written, on the thread that wrote it.
     /// Throws `Failure` when the file cannot be opened for writing.
-    explicit RequestLog(const std::optional<std::string>& path);
+    explicit RequestLog(const std::optional<std::string>& path, Watcher watcher = {});
     ~RequestLog();
     RequestLog(const RequestLog&) = delete;
     RequestLog& operator=(const RequestLog&) = delete;
@@ -44,6 +60,7 @@ class RequestLog {
     void write(const ServedRequest& request);
 
   private:
+    const Watcher watcher_;
     std::mutex mutex_;
     int file_ = -1;
 };

@@ -7,13 +7,14 @@ namespace quillkit {
 
 namespace {
 
-constexpr std::array<Option, 6> kSendOptions{
+constexpr std::array<Option, 7> kSendOptions{
     {{"--kit", "KIT", "of a heartbeat: access, avatar, sharing, feed or a number"},
      {"--kit-version", "VERSION", "of a heartbeat: the kit's version"},
      {"--repeat", "K", "of metrics: records each value so many times on each thread; 1 without it"},
      {"--threads", "T", "of metrics: records from so many threads at once; 1 without it"},
      {"--wait", "SECONDS", "how long to wait for the outcome; 10 without it"},
-     {"--stay", "", "of a heartbeat: goes on running until the time of --wait is over"}}};
+     {"--stay", "", "of a heartbeat: goes on running until the time of --wait is over"},
+     kJsonOption}};
 
 int send(const Arguments& arguments) {
     const std::string& what = arguments.operands().front();

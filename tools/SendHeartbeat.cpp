@@ -6,7 +6,9 @@
 #include "Failure.h"
 #include "HeartbeatFate.h"
 #include "HostOptions.h"
+#include "JsonText.h"
 #include "SendActions.h"
+#include <nlohmann/json.hpp>
 
 #include "QLSDKCoreKit/events/QLSDKHeartbeat.h"
 #include "QLSDKCoreKit/events/QLSDKHeartbeatEventsQueue.h"
@@ -37,23 +39,36 @@ std::string archivePath() {
     return qlsdk::platform::current().directories->cachesDirectory().value_or("") + "/qlsdk-heartbeat.plist";
 }
 
-int reportNotDue(const ObservingUserDefaults& defaults) {
+/// How long ago the last one was queued, in whole seconds; absent when none ever is.
+std::optional<std::int64_t> lastQueuedAge(const ObservingUserDefaults& defaults) {
     const qlsdk::Value last = defaults.lastRead(kDefaultsKeyPrefix);
-    if (last.isNull()) {
-        std::cout << "not due: no heartbeat is ever sent for this kit\n";
+    if (last.isNull()) return std::nullopt;
+    if (last.date() == nullptr) return 0;
+    const double now = qlsdk::platform::current().clock->secondsSince1970();
+    return qlsdk::truncateToInt64(now - last.date()->secondsSince1970);
+}
+
+int reportNotDue(std::optional<std::int64_t> age) {
+    if (age.has_value()) {
+        std::cout << "not due: the last one was queued " << *age << " s ago\n";
     } else {
-        const double now = qlsdk::platform::current().clock->secondsSince1970();
-        const double age = last.date() == nullptr ? 0 : now - last.date()->secondsSince1970;
-        std::cout << "not due: the last one was queued " << qlsdk::truncateToInt64(age) << " s ago\n";
+        std::cout << "not due: no heartbeat is ever sent for this kit\n";
     }
     return 0;
 }
 
-int report(const HeartbeatFate& fate, const std::string& path) {
+int reportNotDueAsJson(std::optional<std::int64_t> age) {
+    nlohmann::ordered_json json{{"fate", "notDue"}, {"lastQueuedSecondsAgo", nullptr}};
+    if (age.has_value()) json["lastQueuedSecondsAgo"] = *age;
+    printJson(json);
+    return 0;
+}
+
+void report(const HeartbeatFate& fate, const std::string& path) {
     switch (fate.fate) {
         case Fate::delivered:
             std::cout << "delivered: " << fate.answer << "\n";
-            return 0;
+            return;
         case Fate::kept:
             std::cout << "kept for one retry in " << path << ": " << fate.answer << "\n";
             break;
@@ -67,7 +82,15 @@ int report(const HeartbeatFate& fate, const std::string& path) {
     if (fate.droppedCount != 0) {
         std::cout << "dropped after a second failure: " << fate.droppedCount << " of earlier runs\n";
     }
-    return 1;
+}
+
+void reportAsJson(const HeartbeatFate& fate, const std::string& path) {
+    constexpr std::array<const char*, 4> kWords{"delivered", "kept", "lost", "underWay"};
+    nlohmann::ordered_json json{{"fate", kWords[static_cast<std::size_t>(fate.fate)]}, {"answer", nullptr}};
+    if (!fate.answer.empty()) json["answer"] = fate.answer;
+    json["dropped"] = fate.droppedCount;
+    json["archive"] = path;
+    printJson(json);
 }
 
 }  // namespace
@@ -84,8 +107,12 @@ int sendHeartbeat(const Arguments& arguments) {
     const auto deadline = std::chrono::steady_clock::now() + wait;
     qlsdk::QLSDKHeartbeatEventsQueue::sharedInstance().addEvent(heartbeat);
     // The date is stored exactly when a heartbeat is queued.
-    if (!host.userDefaults->wasSet(kDefaultsKeyPrefix)) return reportNotDue(*host.userDefaults);
-    std::cout << "queued" << std::endl;
+    const bool asJson = arguments.has(kJsonOption.name);
+    if (!host.userDefaults->wasSet(kDefaultsKeyPrefix)) {
+        const auto age = lastQueuedAge(*host.userDefaults);
+        return asJson ? reportNotDueAsJson(age) : reportNotDue(age);
+    }
+    if (!asJson) std::cout << "queued" << std::endl;
 
     const bool idle = qlsdk::platform::waitUntilIdle(wait);
     const std::vector<ObservedTask> tasks = host.urlSession->tasks();
@@ -93,10 +120,11 @@ int sendHeartbeat(const Arguments& arguments) {
         return task.url.ends_with(kHeartbeatPath);
     });
     const ObservedTask* observed = idle && upload != tasks.end() ? &*upload : nullptr;
-    const int status = report(heartbeatFate(observed, before, readWaitingRecords(path)), path);
+    const HeartbeatFate fate = heartbeatFate(observed, before, readWaitingRecords(path));
+    asJson ? reportAsJson(fate, path) : report(fate, path);
     std::cout.flush();
     if (arguments.has("--stay")) std::this_thread::sleep_until(deadline);
-    return status;
+    return fate.fate == Fate::delivered ? 0 : 1;
 }
 
 }  // namespace quillkit

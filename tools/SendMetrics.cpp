@@ -6,7 +6,9 @@
 #include "Failure.h"
 #include "HeartbeatFate.h"
 #include "HostOptions.h"
+#include "JsonText.h"
 #include "SendActions.h"
+#include <nlohmann/json.hpp>
 
 #include "QLSDKCoreKit/events/QLSDKOperationalMetricsQueue.h"
 #include "QLSDKCoreKit/platform/Platform.h"
@@ -95,10 +97,20 @@ int sendMetrics(const Arguments& arguments) {
     const Uploads uploads = uploadsAmong(host.urlSession->tasks());
     const std::string path = qlsdk::platform::current().directories->cachesDirectory().value_or("") +
                              "/qlsdk-operational-metrics2.plist";
-    std::cout << "recorded " << static_cast<std::int64_t>(recorders.size()) * repeat * threads
-              << "; uploads: " << uploads.accepted << " accepted, " << uploads.failed << " failed, "
-              << uploads.underWay << " under way; " << readWaitingRecords(path).sequenceIds.size()
-              << " waiting in " << path << "\n";
+    const std::int64_t recorded = static_cast<std::int64_t>(recorders.size()) * repeat * threads;
+    const std::size_t waiting = readWaitingRecords(path).sequenceIds.size();
+    if (arguments.has(kJsonOption.name)) {
+        printJson(
+            {{"recorded", recorded},
+             {"uploads",
+              {{"accepted", uploads.accepted}, {"failed", uploads.failed}, {"underWay", uploads.underWay}}},
+             {"waiting", waiting},
+             {"archive", path}});
+    } else {
+        std::cout << "recorded " << recorded << "; uploads: " << uploads.accepted << " accepted, "
+                  << uploads.failed << " failed, " << uploads.underWay << " under way; " << waiting
+                  << " waiting in " << path << "\n";
+    }
     return idle && uploads.failed == 0 && uploads.underWay == 0 ? 0 : 1;
 }
 

@@ -55,6 +55,11 @@ std::unique_ptr<Message> decodeMessage(std::string_view name, qlsdk::DataView by
     return message;
 }
 
+const google::protobuf::Descriptor* descriptorNamed(std::string_view name) {
+    const Message* prototype = prototypeNamed(name);
+    return prototype == nullptr ? nullptr : prototype->GetDescriptor();
+}
+
 std::string fieldsOf(const Message& message) {
     return printed(message, false);
 }

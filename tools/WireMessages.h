@@ -7,8 +7,9 @@
 #include "QLSDKCoreKit/platform/Data.h"
 
 namespace google::protobuf {
+class Descriptor;
 class Message;
-}
+}  // namespace google::protobuf
 
 namespace quillkit {
 
@@ -16,6 +17,9 @@ namespace quillkit {
 /// bytes are no message at all. Fields that the schema does not know are kept.
 [[nodiscard]] std::unique_ptr<google::protobuf::Message> decodeMessage(std::string_view name,
                                                                        qlsdk::DataView bytes);
+
+/// What the schema says of the message of that name; null when it has no such message.
+[[nodiscard]] const google::protobuf::Descriptor* descriptorNamed(std::string_view name);
 
 /// The fields in the text format, one to a line; control characters are escaped.
 [[nodiscard]] std::string fieldsOf(const google::protobuf::Message& message);
