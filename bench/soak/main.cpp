@@ -34,12 +34,12 @@ using SteadyClock = std::chrono::steady_clock;
 
 constexpr const char* kArchiveName = "soak.plist";
 constexpr std::uint64_t kMaxEventBuffer = 10;
-/// The queue catches up after so many pushes: a list that outruns its worker grows by design.
-constexpr std::uint64_t kPushesInARow = 10;
-/// So much simulated time passes in each of those rounds.
+/// The queue catches up after each round of so many pushes: a list that outruns its worker grows by design.
+constexpr std::uint64_t kPushesPerRound = kMaxEventBuffer;
+/// In every so many rounds the host pushes half as much and then resigns active.
+constexpr std::uint64_t kRoundsPerSession = 10;
+/// So much simulated time passes in each round.
 constexpr double kSecondsPerRound = 1.0;
-/// The host resigns active once in so many pushes.
-constexpr std::uint64_t kPushesPerFlush = 105;
 constexpr std::chrono::minutes kPatience{5};
 /// What the resident memory may grow by after the first fifth: room for the allocator's pages, none for a
 /// leak of a bit more than a tenth of a byte for each push of a full run.
@@ -67,7 +67,7 @@ class Soak {
     [[nodiscard]] bool report() const;
 
   private:
-    void sample();
+    std::uint64_t playRound(std::uint64_t round, std::uint64_t most);
     void catchUp();
     [[nodiscard]] const ProcessSize& sizeAt(std::uint64_t percent) const;
     [[nodiscard]] bool reportSizes() const;
@@ -103,15 +103,11 @@ Soak::Soak(std::uint64_t pushes) : pushes_(pushes), ledger_(pushes) {
 
 void Soak::run() {
     const auto start = SteadyClock::now();
-    sample();
-    for (std::uint64_t i = 1; i <= pushes_; ++i) {
-        queue_->pushEvent(counterEvent());
-        if (i % kPushesPerFlush == 0) queue_->flushQueue();
-        if (i % kPushesInARow == 0) catchUp();
-        if (i * 100 / pushes_ != (i - 1) * 100 / pushes_) {
-            catchUp();
-            sample();
-        }
+    sizes_.push_back(processSize());
+    std::uint64_t pushed = 0;
+    for (std::uint64_t round = 1; pushed < pushes_; ++round) {
+        pushed += playRound(round, pushes_ - pushed);
+        while (sizes_.size() * pushes_ <= pushed * 100) sizes_.push_back(processSize());
     }
     server_->calmDown();
     clock_->advance(FlakyServer::kLongestDelayMillis / 1000.0 + 1.0);
@@ -120,16 +116,23 @@ void Soak::run() {
     duration_ = SteadyClock::now() - start;
 }
 
+std::uint64_t Soak::playRound(std::uint64_t round, std::uint64_t most) {
+    const bool resignsActive = round % kRoundsPerSession == 0;
+    const std::uint64_t pushes = std::min(most, resignsActive ? kPushesPerRound / 2 : kPushesPerRound);
+    for (std::uint64_t i = 0; i < pushes; ++i) queue_->pushEvent(counterEvent());
+    if (resignsActive) {
+        platform::current().notificationCenter->post(platform::kWillResignActiveNotification);
+    }
+    catchUp();
+    clock_->advance(kSecondsPerRound);
+    return pushes;
+}
+
 void Soak::catchUp() {
     if (!platform::waitUntilIdle(kPatience)) {
         std::fputs("qlsdk_soak: the queue did not catch up\n", stderr);
         std::_Exit(1);
     }
-    clock_->advance(kSecondsPerRound);
-}
-
-void Soak::sample() {
-    sizes_.push_back(processSize());
 }
 
 const ProcessSize& Soak::sizeAt(std::uint64_t percent) const {
