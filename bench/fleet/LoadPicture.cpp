@@ -95,7 +95,7 @@ std::string frame(std::string_view title, std::size_t lines) {
 std::string axes(int step, int top) {
     std::string svg = rectangle(xOf(kOutageBegins), kTop, xOf(kOutageEnds) - xOf(kOutageBegins), kHeight,
                                 "class=\"outage\"") +
-                      text((xOf(kOutageBegins) + xOf(kOutageEnds)) / 2, kTop + 16, "middle", "service fails");
+                      text((xOf(kOutageBegins) + xOf(kOutageEnds)) / 2, kTop - 6, "middle", "service fails");
     for (int value = 0; value <= top; value += step) {
         const int y = kBottom - kHeight * value / top;
         svg += line(kLeft, y, kLeft + kWidth, y, "class=\"grid\"");
