@@ -175,6 +175,7 @@ def main():
     parser.add_argument("--repetitions", type=int, default=9)
     parser.add_argument("--core", type=int, default=max(os.sched_getaffinity(0)))
     arguments = parser.parse_args()
+    arguments.build = os.path.abspath(arguments.build)
 
     runs = {}
     for program in ("qlsdk_bench", "qlsdk_bench_send"):

@@ -44,27 +44,22 @@ T* orDie(void* memory) {
     return static_cast<T*>(memory);
 }
 
-/// True once this thread's free list is gone. A separate flag, because it must outlive the list.
-thread_local bool freeListGone = false;
-
 /// Chains of freed blocks on their way from the threads that free messages to those that make them. Whole
 /// chains change hands, so that one exchange is all it takes. Constant, and never destroyed: threads may
 /// still come by at exit.
 constexpr std::size_t kChains = 8;
 constinit std::atomic<Block*> chains[kChains];
 
-/// Freed blocks that this thread keeps for its next messages. A heartbeat takes three at a time.
+/// Freed blocks that this thread keeps for its next messages. A heartbeat takes three at a time. Plain data,
+/// so that reaching it takes no more than an address.
 struct FreeList {
     static constexpr int kMost = 8;
-    Block* first = nullptr;
-    int count = 0;
+    Block* first;
+    int count;
+    enum class State { unused, used, gone } state;
 
-    ~FreeList() {
-        freeListGone = true;
-        while (first != nullptr) std::free(std::exchange(first, first->nextFree));
-    }
     Block* take() noexcept {
-        if (first == nullptr) fetchChain();
+        if (first == nullptr && state == State::used) fetchChain();
         Block* block = first;
         if (block == nullptr) return nullptr;
         first = block->nextFree;
@@ -72,14 +67,20 @@ struct FreeList {
         return block;
     }
     bool keep(Block* block) noexcept {
+        if (state != State::used && !begin()) return false;
         if (count == kMost && !handOn()) return false;
         block->nextFree = first;
         first = block;
         ++count;
         return true;
     }
+    void end() noexcept {
+        state = State::gone;
+        while (first != nullptr) std::free(std::exchange(first, first->nextFree));
+    }
 
   private:
+    bool begin() noexcept;
     void fetchChain() noexcept {
         for (std::atomic<Block*>& chain : chains) {
             if (chain.load(std::memory_order_relaxed) == nullptr) continue;
@@ -93,8 +94,9 @@ struct FreeList {
         for (std::atomic<Block*>& chain : chains) {
             Block* none = nullptr;
             if (!chain.compare_exchange_strong(none, first, std::memory_order_release,
-                                               std::memory_order_relaxed))
+                                               std::memory_order_relaxed)) {
                 continue;
+            }
             first = nullptr;
             count = 0;
             return true;
@@ -103,10 +105,22 @@ struct FreeList {
     }
 };
 
-FreeList* freeList() noexcept {
-    if (freeListGone) return nullptr;
-    thread_local FreeList list;
-    return &list;
+// The model is for speed; these few bytes find room in the static block of a library that is loaded late,
+// too.
+[[gnu::tls_model("initial-exec")]] constinit thread_local FreeList freeList{};
+
+/// Made on a thread's first freed message; its end is the thread's.
+struct FreeListEnd {
+    bool watched = false;
+    ~FreeListEnd() { freeList.end(); }
+};
+thread_local FreeListEnd freeListEnd;
+
+bool FreeList::begin() noexcept {
+    if (state == State::gone) return false;
+    freeListEnd.watched = true;
+    state = State::used;
+    return true;
 }
 
 Block* blockOf(picoproto_ctx_s* ctx) noexcept {
@@ -114,8 +128,7 @@ Block* blockOf(picoproto_ctx_s* ctx) noexcept {
 }
 
 Block* newBlock() noexcept {
-    FreeList* list = freeList();
-    Block* block = list != nullptr ? list->take() : nullptr;
+    Block* block = freeList.take();
     return block != nullptr ? block : orDie<Block>(std::malloc(sizeof(Block)));
 }
 
@@ -173,8 +186,12 @@ std::uint8_t* putVarint(std::uint8_t* out, std::uint64_t value) noexcept {
     return out;
 }
 
+bool hasRoom(const picoproto_ctx_s* ctx, std::uint64_t count) noexcept {
+    return ctx->capacity - ctx->length >= count;
+}
+
 std::int32_t writeVarint(picoproto_ctx_s* ctx, std::uint64_t value) noexcept {
-    if (ctx->capacity - ctx->length < kMaxVarintBytes) return writeVarintNearTheEnd(ctx, value);
+    if (!hasRoom(ctx, kMaxVarintBytes)) return writeVarintNearTheEnd(ctx, value);
     std::uint8_t* out = putVarint(ctx->buffer + ctx->length, value);
     ctx->length = static_cast<std::uint64_t>(out - ctx->buffer);
     return 0;
@@ -184,24 +201,40 @@ std::int32_t writeKey(picoproto_ctx_s* ctx, std::uint64_t field, WireType type) 
     return writeVarint(ctx, field * 8 + type);
 }
 
-/// Writes a short child at once where there is surely room. It is copied with a fixed count, past its end:
-/// both buffers are long enough for that.
-bool writeShortChild(picoproto_ctx_s* ctx, std::uint64_t key, const picoproto_ctx_s* child) noexcept {
+/// Writes children at once as long as they are short and there is surely room; returns how many. They are
+/// copied with a fixed count, past their ends: all buffers are long enough for that. Children lie far from
+/// each other; the ones behind are fetched while these are written.
+std::uint64_t writeShortChildren(picoproto_ctx_s* ctx, std::uint64_t field, picoproto_ctx_s* const* children,
+                                 std::uint64_t count) noexcept {
     static_assert(kShortBytes < 0x80 && kShortBytes <= kInitialCapacity);
-    if (child == nullptr || child->length > kShortBytes ||
-        ctx->capacity - ctx->length < kMaxVarintBytes + 1 + kShortBytes) {
-        return false;
+    constexpr std::uint64_t kMostBytes = kMaxVarintBytes + 1 + kShortBytes;
+    const std::uint64_t key = field * 8 + lengthDelimited;
+    std::uint8_t* out = ctx->buffer + ctx->length;
+    const std::uint8_t* const end = ctx->buffer + ctx->capacity;
+    std::uint64_t i = 0;
+    for (; i < count; ++i) {
+        if (i + kAhead < count) {
+            __builtin_prefetch(children[i + kAhead]);
+            __builtin_prefetch(reinterpret_cast<const char*>(children[i + kAhead]) + kCacheLineBytes);
+        }
+        const picoproto_ctx_s* child = children[i];
+        if (child == nullptr || child->length > kShortBytes ||
+            static_cast<std::uint64_t>(end - out) < kMostBytes) {
+            break;
+        }
+        const std::uint64_t length = child->length;
+        out = putVarint(out, key);
+        *out++ = static_cast<std::uint8_t>(length);
+        std::memcpy(out, child->buffer, kShortBytes);
+        out += length;
     }
-    std::uint8_t* out = putVarint(ctx->buffer + ctx->length, key);
-    *out++ = static_cast<std::uint8_t>(child->length);
-    std::memcpy(out, child->buffer, kShortBytes);
-    ctx->length = static_cast<std::uint64_t>(out - ctx->buffer) + child->length;
-    return true;
+    ctx->length = static_cast<std::uint64_t>(out - ctx->buffer);
+    return i;
 }
 
-std::int32_t writeChild(picoproto_ctx_s* ctx, std::uint64_t field, const picoproto_ctx_s* child) noexcept {
+std::int32_t writeChild(picoproto_ctx_s* ctx, std::uint64_t field, picoproto_ctx_s* child) noexcept {
     if (ctx == nullptr) return PICOPROTO_MESSAGE_TOO_LONG;
-    if (writeShortChild(ctx, field * 8 + lengthDelimited, child)) return 0;
+    if (writeShortChildren(ctx, field, &child, 1) == 1) return 0;
     if (const std::int32_t status = writeKey(ctx, field, lengthDelimited)) return status;
     const std::uint64_t length = child != nullptr ? child->length : 0;
     // On purpose: a refused length goes unreported; the status is that of the child's bytes.
@@ -241,13 +274,19 @@ void picoproto_free(picoproto_ctx_s* ctx) {
     Block* block = blockOf(ctx);
     if (ctx->name != block->inlineName) std::free(ctx->name);
     if (ctx->buffer != block->inlineBuffer) std::free(ctx->buffer);
-    FreeList* list = freeList();
-    if (list == nullptr || !list->keep(block)) std::free(block);
+    if (!freeList.keep(block)) std::free(block);
 }
 
 std::int32_t picoproto_write_string_field(picoproto_ctx_s* ctx, std::uint64_t field, const char* text) {
     if (ctx == nullptr) return PICOPROTO_MESSAGE_TOO_LONG;
     const std::uint64_t length = text != nullptr ? std::strlen(text) : 0;
+    if (hasRoom(ctx, 2 * kMaxVarintBytes) && ctx->capacity - ctx->length - 2 * kMaxVarintBytes >= length) {
+        std::uint8_t* out = putVarint(ctx->buffer + ctx->length, field * 8 + lengthDelimited);
+        out = putVarint(out, length);
+        if (length != 0) std::memcpy(out, text, length);
+        ctx->length = static_cast<std::uint64_t>(out - ctx->buffer) + length;
+        return 0;
+    }
     if (const std::int32_t status = writeKey(ctx, field, lengthDelimited)) return status;
     if (const std::int32_t status = writeVarint(ctx, length)) return status;
     return append(ctx, text, length);
@@ -274,10 +313,9 @@ std::int32_t picoproto_write_repeated_embedded_message_field(picoproto_ctx_s* ct
                                                              std::uint64_t count, int free_children) {
     if (children == nullptr) return 0;
     for (std::uint64_t i = 0; i < count; ++i) {
-        // Children lie far from each other; the ones behind are fetched while this one is written.
-        if (i + kAhead < count) {
-            __builtin_prefetch(children[i + kAhead]);
-            __builtin_prefetch(reinterpret_cast<const char*>(children[i + kAhead]) + kCacheLineBytes);
+        if (ctx != nullptr && free_children == 0) {
+            i += writeShortChildren(ctx, field, children + i, count - i);
+            if (i == count) break;
         }
         const std::int32_t status = writeChild(ctx, field, children[i]);
         if (free_children != 0) picoproto_free(children[i]);
@@ -299,6 +337,11 @@ std::int32_t picoproto_write_fixed64_field(picoproto_ctx_s* ctx, std::uint64_t f
 
 std::int32_t picoproto_write_varint_field(picoproto_ctx_s* ctx, std::uint64_t field, std::uint64_t value) {
     if (ctx == nullptr) return PICOPROTO_MESSAGE_TOO_LONG;
+    if (hasRoom(ctx, 2 * kMaxVarintBytes)) {
+        std::uint8_t* out = putVarint(ctx->buffer + ctx->length, field * 8 + varint);
+        ctx->length = static_cast<std::uint64_t>(putVarint(out, value) - ctx->buffer);
+        return 0;
+    }
     if (const std::int32_t status = writeKey(ctx, field, varint)) return status;
     return writeVarint(ctx, value);
 }
