@@ -106,6 +106,7 @@ void sendByEasyHandle(benchmark::State& state, bool isReused) {
         curl_easy_setopt(handle, CURLOPT_PROXY, "");
     };
     prepare();
+    require(curl_easy_perform(handle) == CURLE_OK, "no answer");
     for (auto _ : state) {
         require(curl_easy_perform(handle) == CURLE_OK, "no answer");
         if (isReused) continue;

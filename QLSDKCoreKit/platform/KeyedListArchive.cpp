@@ -27,6 +27,8 @@ struct KeyedListArchive::Encoding {
 
     void pushFront(const ArchivedObject& element);
     std::span<const DataView> file(std::uint64_t number);
+    /// Back to the empty list, with all buffers as they are.
+    void clear();
 
     void writeRoot(std::string_view listKey, std::string_view numberKey);
     void noteNewObjects();
@@ -46,12 +48,14 @@ struct KeyedListArchive::Encoding {
     ByteBuffer numberBytes{9};
     ByteBuffer trailer{kTrailerBytes};
     std::array<DataView, 8> pieces;
+    KeyedArchiver::Mark empty{};
 };
 
 KeyedListArchive::Encoding::Encoding(std::string_view listKey, std::string_view numberKey,
                                      KeyedArchiver::Widths widths)
     : archiver(RootClass::dictionary, widths) {
     writeRoot(listKey, numberKey);
+    empty = archiver.mark();
 }
 
 void KeyedListArchive::Encoding::writeRoot(std::string_view listKey, std::string_view numberKey) {
@@ -72,6 +76,14 @@ void KeyedListArchive::Encoding::writeRoot(std::string_view listKey, std::string
 
     archiver.setTop(root, objects);
     noteNewObjects();
+}
+
+void KeyedListArchive::Encoding::clear() {
+    archiver.rollBack(empty);
+    length = 0;
+    listBytes.clear();
+    notedObjects = empty.objects;
+    objectsBytes.truncate(notedObjects * writer.widths().referenceBytes);
 }
 
 void KeyedListArchive::Encoding::noteNewObjects() {
@@ -128,9 +140,11 @@ KeyedListArchive::KeyedListArchive(std::string_view listKey, std::string_view nu
 KeyedListArchive::~KeyedListArchive() = default;
 
 void KeyedListArchive::clear() {
-    state_->elements.clear();
-    state_->level = 0;
-    state_->encoding.reset();
+    State& state = *state_;
+    state.elements.clear();
+    // A short list's buffers serve the next one; a long list's would be held for nothing.
+    state.level == 0 && state.encoding ? state.encoding->clear() : state.encoding.reset();
+    state.level = 0;
 }
 
 void KeyedListArchive::pushFront(const ArchivedObject& element) {

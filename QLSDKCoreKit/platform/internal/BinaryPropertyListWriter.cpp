@@ -95,6 +95,12 @@ BinaryPropertyListWriter::Node BinaryPropertyListWriter::addDictionary(std::span
     return node;
 }
 
+void BinaryPropertyListWriter::rollBack(const Mark& mark) noexcept {
+    objects_.truncate(mark.objectBytes);
+    offsets_.truncate(mark.offsetBytes);
+    count_ = mark.count;
+}
+
 bool BinaryPropertyListWriter::fits(std::size_t tableOffset) const noexcept {
     return count_ <= greatest(widths_.referenceBytes) && tableOffset <= greatest(widths_.offsetBytes);
 }

@@ -43,6 +43,15 @@ class BinaryPropertyListWriter {
     Node reserve();
     void setOffset(Node node, std::size_t offset) noexcept;
 
+    /// How far the writer has come; it may be taken back to there.
+    struct Mark {
+        std::size_t objectBytes;
+        std::size_t offsetBytes;
+        std::size_t count;
+    };
+    [[nodiscard]] Mark mark() const noexcept { return {objects_.size(), offsets_.size(), count_}; }
+    void rollBack(const Mark& mark) noexcept;
+
     [[nodiscard]] Widths widths() const noexcept { return widths_; }
     [[nodiscard]] std::size_t count() const noexcept { return count_; }
     [[nodiscard]] DataView objects() const noexcept { return objects_.view(); }

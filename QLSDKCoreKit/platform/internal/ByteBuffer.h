@@ -20,6 +20,8 @@ class ByteBuffer {
     [[nodiscard]] DataView view() const noexcept { return {bytes_.get(), size_}; }
     [[nodiscard]] std::uint8_t* data() noexcept { return bytes_.get(); }
     void clear() noexcept { size_ = 0; }
+    /// Drops the bytes from `size` on, of which there are at least so many.
+    void truncate(std::size_t size) noexcept { size_ = size; }
 
     /// Room for `count` bytes more; returns where they begin.
     std::uint8_t* extend(std::size_t count) {

@@ -20,6 +20,8 @@ class FrontFirstBytes {
         return bytes_.data() + begin_;
     }
 
+    void clear() noexcept { begin_ = bytes_.size(); }
+
   private:
     void grow(std::size_t count) {
         const DataView old = view();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -19,6 +20,11 @@ class IdentityMap {
         if (2 * (used_ + 1) > slots_.size()) grow();
         slots_[placeOf(object)] = {object, number};
         ++used_;
+    }
+
+    void clear() noexcept {
+        std::fill(slots_.begin(), slots_.end(), Slot());
+        used_ = 0;
     }
 
   private:

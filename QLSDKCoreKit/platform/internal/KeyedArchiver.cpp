@@ -1,5 +1,7 @@
 #include "QLSDKCoreKit/platform/internal/KeyedArchiver.h"
 
+#include <algorithm>
+
 #include "QLSDKCoreKit/platform/KeyedCoder.h"
 #include "QLSDKCoreKit/platform/internal/KeyedArchiveFormat.h"
 #include "QLSDKCoreKit/platform/internal/Nesting.h"
@@ -50,6 +52,24 @@ void KeyedArchiver::setTop(Uid root, Node objects) {
         {keyNode(keyed::kObjectsKey), objects},
     };
     writer_.setTop(fields);
+}
+
+void KeyedArchiver::rollBack(const Mark& mark) {
+    const auto isLater = [&mark](Node node) { return node >= mark.writer.count; };
+    writer_.rollBack(mark.writer);
+    objects_.resize(mark.objects);
+    uidNodes_.resize(mark.objects);
+    std::replace_if(uidNodes_.begin(), uidNodes_.end(), isLater, Node{0});
+    std::replace_if(smallIntegers_.begin(), smallIntegers_.end(), isLater, Node{0});
+    std::replace_if(booleans_.begin(), booleans_.end(), isLater, Node{0});
+    std::erase_if(texts_, [&mark](const auto& text) { return text.second >= mark.objects; });
+    keys_.resize(mark.keys);
+    lastKey_ = 0;
+    classes_.resize(mark.classes);
+    if (null_ >= mark.objects) null_ = 0;
+    identities_.clear();
+    retained_.clear();
+    nestsTooDeep_ = false;
 }
 
 void KeyedArchiver::addField(std::string_view key, Node value) {

@@ -34,6 +34,18 @@ class KeyedArchiver {
     /// The whole file; empty when the graph nests too deep or does not fit the widths.
     [[nodiscard]] Data archive(const ArchivedObject& root);
 
+    /// Forgets every object that was written after the mark, and all that were given.
+    struct Mark {
+        BinaryPropertyListWriter::Mark writer;
+        std::size_t objects;
+        std::size_t keys;
+        std::size_t classes;
+    };
+    [[nodiscard]] Mark mark() const noexcept {
+        return {writer_.mark(), objects_.size(), keys_.size(), classes_.size()};
+    }
+    void rollBack(const Mark& mark);
+
     /// The graph nests too deep, or the widths are too small: what was written is of no use.
     [[nodiscard]] bool failed() const noexcept {
         return nestsTooDeep_ || !writer_.fits(writer_.objects().size());
