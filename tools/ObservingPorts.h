@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "QLSDKCoreKit/platform/UrlSession.h"
@@ -26,6 +27,8 @@ class ObservingUrlSession final : public qlsdk::platform::UrlSession {
 
     void dataTask(qlsdk::platform::UrlRequest request, qlsdk::platform::BodyCeiling ceiling,
                   qlsdk::platform::UrlCompletion completion) override;
+    void refuseTasks(qlsdk::platform::Task done) override { session_->refuseTasks(std::move(done)); }
+    void acceptTasks() override { session_->acceptTasks(); }
 
     /// The tasks so far, in the order they were started.
     [[nodiscard]] std::vector<ObservedTask> tasks() const;
