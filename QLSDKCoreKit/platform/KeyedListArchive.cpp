@@ -94,7 +94,7 @@ void KeyedListArchive::Encoding::noteNewObjects() {
 }
 
 void KeyedListArchive::Encoding::pushFront(const ArchivedObject& element) {
-    const auto node = archiver.uidNode(archiver.encodeElement(element));
+    const auto node = archiver.uidNode(archiver.encodeListElement(element));
     const std::size_t width = writer.widths().referenceBytes;
     putNumber(node, width, listBytes.extendFront(width));
     ++length;

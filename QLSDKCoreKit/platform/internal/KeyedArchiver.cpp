@@ -218,6 +218,10 @@ KeyedArchiver::Uid KeyedArchiver::encodeElement(const Element& element) {
     return uid != 0 || failed() ? uid : nullObject();
 }
 
+KeyedArchiver::Uid KeyedArchiver::encodeListElement(const ArchivedObject& element) {
+    return encodeElement(element);
+}
+
 KeyedArchiver::Uid KeyedArchiver::nullObject() {
     if (null_ != 0) return null_;
     null_ = takeNumber();

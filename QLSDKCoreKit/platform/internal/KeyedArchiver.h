@@ -77,6 +77,7 @@ class KeyedArchiver {
     Uid encodeDictionary(const Entries& entries);
     template <typename Element>
     Uid encodeElement(const Element& element);
+    Uid encodeListElement(const ArchivedObject& element);
     Uid nullObject();
 
     Uid inlineObject(Node node);
