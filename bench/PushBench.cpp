@@ -1,17 +1,12 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
-#include <cstdio>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "BenchHost.h"
 #include "Contest.h"
-#include <fcntl.h>
 #include <sqlite3.h>
-#include <stdio.h>
-#include <unistd.h>
 
 #include "QLSDKCoreKit/events/QLSDKOperationalMetricsQueue.h"
 #include "QLSDKCoreKit/platform/Platform.h"
@@ -24,7 +19,7 @@ using Nanos = std::chrono::nanoseconds;
 
 constexpr auto kLongEnough = std::chrono::minutes(5);
 
-double median(std::vector<double>& values, double quantile) {
+double quantileOf(std::vector<double>& values, double quantile) {
     const auto place = static_cast<std::ptrdiff_t>(quantile * static_cast<double>(values.size() - 1));
     std::nth_element(values.begin(), values.begin() + place, values.end());
     return values[static_cast<std::size_t>(place)];
@@ -37,7 +32,7 @@ double clockNanos() {
         const auto start = Clock::now();
         looks.push_back(std::chrono::duration<double, std::nano>(Clock::now() - start).count());
     }
-    return median(looks, 0.5);
+    return quantileOf(looks, 0.5);
 }
 
 // One burst on the calling thread: what each call took, as the host sees it. The queue catches up in between.
@@ -58,8 +53,8 @@ void timeCalls(benchmark::State& state, int burst, Nanos pause, Call call) {
         require(platform::waitUntilIdle(kLongEnough), "the queue did not become idle");
         state.ResumeTiming();
     }
-    state.counters["p50_ns"] = median(calls, 0.5);
-    state.counters["p99_ns"] = median(calls, 0.99);
+    state.counters["p50_ns"] = quantileOf(calls, 0.5);
+    state.counters["p99_ns"] = quantileOf(calls, 0.99);
 }
 
 void addCountOnce() {

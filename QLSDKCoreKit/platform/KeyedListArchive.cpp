@@ -24,6 +24,9 @@ constexpr std::array kDictionaryChain{keyed::kDictionary, keyed::kRootObject};
 /// all other objects, in buffers of their own.
 struct KeyedListArchive::Encoding {
     Encoding(std::string_view listKey, std::string_view numberKey, KeyedArchiver::Widths widths);
+    // Refers to a part of itself.
+    Encoding(const Encoding&) = delete;
+    Encoding& operator=(const Encoding&) = delete;
 
     void pushFront(const ArchivedObject& element);
     std::span<const DataView> file(std::uint64_t number);
@@ -127,6 +130,11 @@ std::span<const DataView> KeyedListArchive::Encoding::file(std::uint64_t numberV
 
 /// The elements, for an encoding at the next wider widths.
 struct KeyedListArchive::State {
+    State(std::string_view list, std::string_view number) : listKey(list), numberKey(number) {}
+
+    /// All elements at the widths of the level. Half of them are of no use when memory runs out.
+    void encodeAll();
+
     const std::string_view listKey;
     const std::string_view numberKey;
     std::vector<ArchivedObject> elements;
@@ -134,8 +142,18 @@ struct KeyedListArchive::State {
     std::optional<Encoding> encoding;
 };
 
+void KeyedListArchive::State::encodeAll() {
+    encoding.emplace(listKey, numberKey, BinaryPropertyListWriter::kWidths[level]);
+    try {
+        for (const ArchivedObject& element : elements) encoding->pushFront(element);
+    } catch (...) {
+        encoding.reset();
+        throw;
+    }
+}
+
 KeyedListArchive::KeyedListArchive(std::string_view listKey, std::string_view numberKey)
-    : state_(std::make_unique<State>(State{listKey, numberKey, {}, 0, std::nullopt})) {}
+    : state_(std::make_unique<State>(listKey, numberKey)) {}
 
 KeyedListArchive::~KeyedListArchive() = default;
 
@@ -161,11 +179,7 @@ std::span<const DataView> KeyedListArchive::file(std::uint64_t number) {
     State& state = *state_;
     for (; state.level < std::size(BinaryPropertyListWriter::kWidths);
          ++state.level, state.encoding.reset()) {
-        if (!state.encoding) {
-            state.encoding.emplace(state.listKey, state.numberKey,
-                                   BinaryPropertyListWriter::kWidths[state.level]);
-            for (const ArchivedObject& element : state.elements) state.encoding->pushFront(element);
-        }
+        if (!state.encoding) state.encodeAll();
         const std::span<const DataView> pieces = state.encoding->file(number);
         if (!pieces.empty() || state.encoding->archiver.nestsTooDeep()) return pieces;
     }
