@@ -177,7 +177,15 @@ void addDecoding(std::int64_t count) {
 // How often a list changes before it is made anew, so that it keeps its length more or less.
 constexpr std::int64_t kChanges = 10;
 
-// One change of a list that waits: the new record's bytes and the whole file, against the file's bytes alone.
+bool exchange(const std::string& path, const std::string& spare, DataView bytes) {
+    const int file = ::open(spare.c_str(), O_WRONLY | O_CLOEXEC);
+    const bool written = ::write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size());
+    ::close(file);
+    return written && ::renameat2(AT_FDCWD, spare.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE) == 0;
+}
+
+// One change of a list that waits: the new record's bytes and the whole file, against as many bytes alone.
+// Both make the file a record longer with each change, and start again untimed.
 void addRewriting(std::int64_t count) {
     const std::string name = "archive/rewrite-" + std::to_string(count) + "/";
     benchmark::RegisterBenchmark((name + "ours").c_str(), [count](benchmark::State& state) {
@@ -199,15 +207,23 @@ void addRewriting(std::int64_t count) {
         state.counters["bytes"] = static_cast<double>(joined(encodeOurs(records)).size());
     });
     benchmark::RegisterBenchmark((name + "exchange").c_str(), [count](benchmark::State& state) {
-        const Data bytes = joined(encodeOurs(recordsOf(count + kChanges / 2)));
+        const Data bytes = joined(encodeOurs(recordsOf(count + kChanges)));
+        const std::size_t shortest = joined(encodeOurs(recordsOf(count))).size();
+        const std::size_t step = (bytes.size() - shortest) / kChanges;
         const std::string path = home() + "/rewrite-raw.plist";
         const std::string spare = path + ".spare";
         require(platform::replaceFile(path, bytes) && platform::replaceFile(spare, bytes), "no file");
+        std::size_t size = bytes.size();
         for (auto _ : state) {
-            const int file = ::open(spare.c_str(), O_WRONLY | O_CLOEXEC);
-            benchmark::DoNotOptimize(::write(file, bytes.data(), bytes.size()));
-            ::close(file);
-            ::renameat2(AT_FDCWD, spare.c_str(), AT_FDCWD, path.c_str(), RENAME_EXCHANGE);
+            if (size + step > bytes.size()) {
+                state.PauseTiming();
+                size = shortest;
+                const auto cut = static_cast<off_t>(size);
+                require(::truncate(path.c_str(), cut) == 0 && ::truncate(spare.c_str(), cut) == 0, "no file");
+                state.ResumeTiming();
+            }
+            size += step;
+            benchmark::DoNotOptimize(exchange(path, spare, {bytes.data(), size}));
         }
         platform::removeFile(path);
     });

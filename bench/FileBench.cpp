@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/Files.h"
+#include "QLSDKCoreKit/platform/RewrittenFile.h"
 
 namespace qlsdk::bench {
 namespace {
@@ -15,7 +16,7 @@ namespace {
 // The file is read back once, so that every way is known to have written it.
 template <typename Write>
 void contestFile(const std::string& name, std::size_t size, Write write) {
-    benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) {
+    benchmark::RegisterBenchmark(name.c_str(), [=](benchmark::State& state) mutable {
         const std::string path = home() + "/file";
         const Data bytes(size, 'q');
         require(platform::replaceFile(path, Data(size, 'x')) && platform::replaceFile(path + ".spare", bytes),
@@ -45,9 +46,13 @@ bool writeAndRename(const std::string& path, const Data& bytes) {
     return writeTo(temporary, O_CREAT | O_TRUNC, bytes) && ::rename(temporary.c_str(), path.c_str()) == 0;
 }
 
-bool rewrite(const std::string& path, const Data& bytes) {
-    const DataView pieces[] = {bytes};
-    return platform::rewriteFile(path, pieces);
+auto rewriting() {
+    return [file = std::shared_ptr<platform::RewrittenFile>()](const std::string& path,
+                                                               const Data& bytes) mutable {
+        if (file == nullptr) file = std::make_shared<platform::RewrittenFile>(path);
+        const DataView pieces[] = {bytes};
+        return file->rewrite(pieces);
+    };
 }
 
 }  // namespace
@@ -55,7 +60,7 @@ bool rewrite(const std::string& path, const Data& bytes) {
 void addFileContests() {
     for (const auto& [size, name] :
          {std::pair{std::size_t{1024}, "file/1k/"}, {std::size_t{100} << 10, "file/100k/"}}) {
-        contestFile(std::string(name) + "ours", size, rewrite);
+        contestFile(std::string(name) + "ours", size, rewriting());
         contestFile(std::string(name) + "exchange", size, writeAndExchange);
         contestFile(std::string(name) + "rename", size, writeAndRename);
     }

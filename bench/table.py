@@ -136,14 +136,11 @@ def run_start_probe(build, core, repetitions, events):
 def library_facts(build):
     """Size, exports and needed libraries of the stripped shared library, for speed and for size."""
     facts = []
-    for name, directory, flags in (("-O2", "shared", "-O2"), ("-Os", "small", "-Os")):
-        tree = f"{build}/{directory}"
-        compile_flags = f"{flags} -DNDEBUG -ffunction-sections -fdata-sections"
-        subprocess.run(["cmake", "-S", ".", "-B", tree, "-G", "Ninja", "--log-level=WARNING", "-DCMAKE_BUILD_TYPE=Release",
-                        f"-DCMAKE_CXX_FLAGS_RELEASE={compile_flags}", "-DBUILD_SHARED_LIBS=ON",
-                        "-DCMAKE_SHARED_LINKER_FLAGS=-Wl,--gc-sections -Wl,--as-needed"]
-                       + [f"-DQLSDK_BUILD_{part}=OFF" for part in ("TESTS", "TOOLS", "EXAMPLES", "DESKTOP")],
-                       check=True, stdout=subprocess.DEVNULL)
+    for name, preset, options in (("-O2", "release", ["-DBUILD_SHARED_LIBS=ON", "-DQLSDK_BUILD_BENCHMARKS=OFF"]),
+                                  ("-Os", "small", [])):
+        tree = f"{build}/{preset}-library"
+        subprocess.run(["cmake", "--preset", preset, "-B", tree, "--log-level=WARNING"] + options, check=True,
+                       stdout=subprocess.DEVNULL)
         subprocess.run(["cmake", "--build", tree, "--target", "QLSDKCoreKit"], check=True, stdout=subprocess.DEVNULL)
         library = os.path.realpath(f"{tree}/QLSDKCoreKit/libqlsdkcorekit.so")
         stripped = f"{tree}/stripped.so"

@@ -13,7 +13,9 @@ endif()
 add_library(qlsdk_build_flags INTERFACE)
 target_compile_options(qlsdk_build_flags INTERFACE -Wall -Wextra -Wconversion -Wshadow
     # GCC 12 takes the optimised `"text" + string` for overlapping copies (its bug 105651).
-    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<CONFIG:Release>>:-Wno-restrict>
+    $<$<AND:$<CXX_COMPILER_ID:GNU>,$<NOT:$<CONFIG:Debug>>>:-Wno-restrict>
+    # So that a link leaves out what nobody calls.
+    "$<$<NOT:$<CONFIG:Debug>>:-ffunction-sections;-fdata-sections>"
     $<$<BOOL:${QLSDK_WARNINGS_AS_ERRORS}>:-Werror>)
 if(QLSDK_SANITIZE)
     target_compile_options(qlsdk_build_flags INTERFACE -fsanitize=${QLSDK_SANITIZE}
@@ -33,12 +35,14 @@ function(qlsdk_configure_target target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:qlsdk_build_flags>)
 endfunction()
 
-# Keeps what a shared library exports to our own symbols; a static one has no such list.
+# Keeps what a shared library exports to our own symbols, and its calls of itself to itself; a static one has no such
+# list.
 function(qlsdk_set_exported_symbols target)
     set(symbol_map ${PROJECT_SOURCE_DIR}/cmake/exported-symbols.map)
     get_target_property(type ${target} TYPE)
     if(type STREQUAL SHARED_LIBRARY)
-        target_link_options(${target} PRIVATE -Wl,--version-script=${symbol_map})
+        target_link_options(${target} PRIVATE -Wl,--version-script=${symbol_map} -Wl,-Bsymbolic-functions
+            -Wl,--gc-sections -Wl,--as-needed)
         set_target_properties(${target} PROPERTIES LINK_DEPENDS ${symbol_map})
     endif()
 endfunction()

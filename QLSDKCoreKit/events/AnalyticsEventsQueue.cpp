@@ -185,7 +185,7 @@ void AnalyticsEventsQueue::discardAll() {
     archive_->clear();
     // A number that went on would still tell of what was there before.
     maxSequenceId_ = 0;
-    platform::removeFile(archivePath_);
+    archive_->eraseFile();
 }
 
 EventList AnalyticsEventsQueue::_filterToBePublishedInFutureFromEventsToPublish(
@@ -318,12 +318,12 @@ void AnalyticsEventsQueue::_clearEvents() {
     // On purpose: the file is read and decoded once more before it goes, and whatever comes of that is
     // dropped.
     (void)readQueueArchive(archivePath_);
-    platform::removeBeforeRewriting(archivePath_);
+    archive_->removeFile();
 }
 
 void AnalyticsEventsQueue::_loadEvents() {
     if (!platform::mayKeep(platform::consentGate().consent())) {
-        platform::removeFile(archivePath_);
+        archive_->eraseFile();
         return;
     }
     std::optional<QueueArchive> archive = readQueueArchive(archivePath_);

@@ -50,7 +50,8 @@ void QLSDKOperationalMetricsQueue::pushMetric(const char* messageName, std::int6
     picoproto_write_embedded_message_field(metric, 2, timestamp, 1);
     picoproto_write_string_field(metric, 1, std::string(name).c_str());
     picoproto_write_varint_field(metric, 3, static_cast<std::uint64_t>(value));
-    _eventsQueue->pushEvent(std::make_shared<EncodablePicoproto>(metric));
+    _eventsQueue->pushEvent(
+        std::make_shared<EncodablePicoproto>(compacted(MessageContext(metric)).release()));
 }
 
 std::optional<Data> QLSDKOperationalMetricsQueue::parseEvents(AnalyticsEventsQueue&, const EventList& events,

@@ -39,12 +39,22 @@ std::optional<QueueArchive> readQueueArchive(const std::string& path) {
 }
 
 QueueArchiveWriter::QueueArchiveWriter(std::string path)
-    : path_(std::move(path)), bytes_(kQLSDKUnsentEventsKey, kQLSDKMaxSequenceIdKey) {}
+    : bytes_(kQLSDKUnsentEventsKey, kQLSDKMaxSequenceIdKey) {
+    if (!path.empty()) file_.emplace(std::move(path));
+}
 
 bool QueueArchiveWriter::write(std::uint64_t maxSequenceId) {
-    if (path_.empty()) return false;
-    const auto file = bytes_.file(maxSequenceId);
-    return !file.empty() && platform::rewriteFile(path_, file);
+    if (!file_) return false;
+    const auto pieces = bytes_.file(maxSequenceId);
+    return !pieces.empty() && file_->rewrite(pieces);
+}
+
+void QueueArchiveWriter::removeFile() noexcept {
+    if (file_) file_->remove();
+}
+
+void QueueArchiveWriter::eraseFile() noexcept {
+    if (file_) file_->removeWithSpare();
 }
 
 }  // namespace qlsdk

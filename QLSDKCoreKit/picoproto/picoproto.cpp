@@ -9,32 +9,42 @@
 #include <cstring>
 #include <utility>
 
+#include "QLSDKCoreKit/picoproto/MessageContext.h"
+
 namespace {
 
 constexpr std::uint64_t kInitialCapacity = 1024;
 constexpr std::uint64_t kSpareBytes = 1024;
 constexpr std::uint64_t kMaxVarintBytes = 10;
 // A timestamp, a counter with its name: what most children are.
-constexpr std::uint64_t kShortBytes = 64;
+constexpr std::uint64_t kShortBytes = 48;
 constexpr std::uint64_t kGrowth = 4;
+// A key of one byte and a length of one.
+constexpr std::uint64_t kUsualPrefixBytes = 2;
 constexpr std::uint64_t kAhead = 8;
-constexpr std::size_t kCacheLineBytes = 64;
 constexpr std::size_t kInlineNameBytes = 32;
 
 enum WireType : std::uint64_t { varint = 0, fixed64 = 1, lengthDelimited = 2, fixed32 = 5 };
 
-/// A context with its first buffer and a short name in one block, so that a small message costs one
-/// allocation and, with the free list below, none in the steady state. Aligned, and with the bytes right
-/// behind the context, so that a short message lies in two cache lines.
-struct alignas(64) Block {
+/// A context with its first buffer and a short name behind it in one allocation, so that a small message
+/// costs one and, with the free list below, none in the steady state. The bytes come first: a short message
+/// lies in two cache lines.
+struct Block {
     picoproto_ctx_s ctx;
     union {
-        /// What the buffer really holds: more than the context's capacity tells, once it had to grow.
-        std::uint64_t allocated;
+        struct {
+            /// What the buffer really holds: more than the context's capacity tells, once it had to grow.
+            std::uint32_t allocated;
+            /// The size of the first buffer; the room for the name stands behind it.
+            std::uint32_t firstBytes;
+        } sizes;
         Block* nextFree;
     };
-    std::uint8_t inlineBuffer[kInitialCapacity];
-    char inlineName[kInlineNameBytes];
+
+    [[nodiscard]] std::uint8_t* firstBuffer() noexcept { return reinterpret_cast<std::uint8_t*>(this + 1); }
+    [[nodiscard]] char* nameRoom() noexcept {
+        return reinterpret_cast<char*>(firstBuffer() + sizes.firstBytes);
+    }
 };
 static_assert(offsetof(Block, ctx) == 0);
 
@@ -129,29 +139,43 @@ Block* blockOf(picoproto_ctx_s* ctx) noexcept {
 
 Block* newBlock() noexcept {
     Block* block = freeList.take();
-    return block != nullptr ? block : orDie<Block>(std::malloc(sizeof(Block)));
+    if (block != nullptr) return block;
+    return orDie<Block>(std::malloc(sizeof(Block) + kInitialCapacity + kInlineNameBytes));
 }
 
 char* copiedName(Block* block, const char* name) noexcept {
     if (name == nullptr) return nullptr;
     const std::size_t size = std::strlen(name) + 1;
-    char* copy = size <= kInlineNameBytes ? block->inlineName : orDie<char>(std::malloc(size));
+    char* copy = size <= kInlineNameBytes ? block->nameRoom() : orDie<char>(std::malloc(size));
     std::memcpy(copy, name, size);
     return copy;
+}
+
+/// An empty message in a block with a first buffer of `firstBytes` and room for a short name.
+picoproto_ctx_s* begin(Block* block, std::uint64_t firstBytes, const char* name) noexcept {
+    block->sizes = {static_cast<std::uint32_t>(firstBytes), static_cast<std::uint32_t>(firstBytes)};
+    block->ctx = {copiedName(block, name), 0, firstBytes, block->firstBuffer()};
+    return &block->ctx;
+}
+
+/// Gives the buffer room for `bytes`, at most the ceiling; what the context tells of it stays.
+void reserve(picoproto_ctx_s* ctx, std::uint64_t bytes) noexcept {
+    Block* block = blockOf(ctx);
+    bytes = std::min<std::uint64_t>(bytes, PICOPROTO_MAX_LENGTH);
+    if (bytes <= block->sizes.allocated) return;
+    auto* buffer = orDie<std::uint8_t>(std::malloc(bytes));
+    std::memcpy(buffer, ctx->buffer, ctx->length);
+    if (ctx->buffer != block->firstBuffer()) std::free(ctx->buffer);
+    ctx->buffer = buffer;
+    block->sizes.allocated = static_cast<std::uint32_t>(bytes);
 }
 
 /// The capacity grows by little more than what is needed, as it always has; the buffer behind it grows by
 /// factors, so that many appends cost few copies.
 void grow(picoproto_ctx_s* ctx, std::uint64_t requested) noexcept {
-    Block* block = blockOf(ctx);
     ctx->capacity = std::min<std::uint64_t>(requested, PICOPROTO_MAX_LENGTH);
-    if (ctx->capacity <= block->allocated) return;
-    block->allocated =
-        std::max(ctx->capacity, std::min<std::uint64_t>(kGrowth * block->allocated, PICOPROTO_MAX_LENGTH));
-    auto* buffer = orDie<std::uint8_t>(std::malloc(block->allocated));
-    std::memcpy(buffer, ctx->buffer, ctx->length);
-    if (ctx->buffer != block->inlineBuffer) std::free(ctx->buffer);
-    ctx->buffer = buffer;
+    const std::uint64_t allocated = blockOf(ctx)->sizes.allocated;
+    if (ctx->capacity > allocated) reserve(ctx, std::max(ctx->capacity, kGrowth * allocated));
 }
 
 std::int32_t append(picoproto_ctx_s* ctx, const void* bytes, std::uint64_t count) noexcept {
@@ -201,40 +225,74 @@ std::int32_t writeKey(picoproto_ctx_s* ctx, std::uint64_t field, WireType type) 
     return writeVarint(ctx, field * 8 + type);
 }
 
-/// Writes children at once as long as they are short and there is surely room; returns how many. They are
-/// copied with a fixed count, past their ends: all buffers are long enough for that. Children lie far from
-/// each other; the ones behind are fetched while these are written.
-std::uint64_t writeShortChildren(picoproto_ctx_s* ctx, std::uint64_t field, picoproto_ctx_s* const* children,
-                                 std::uint64_t count) noexcept {
+/// A child that is short enough to be copied with a fixed count, past its end: all buffers are long enough.
+bool isShort(const picoproto_ctx_s* child) noexcept {
     static_assert(kShortBytes < 0x80 && kShortBytes <= kInitialCapacity);
-    constexpr std::uint64_t kMostBytes = kMaxVarintBytes + 1 + kShortBytes;
-    const std::uint64_t key = field * 8 + lengthDelimited;
-    std::uint8_t* out = ctx->buffer + ctx->length;
-    const std::uint8_t* const end = ctx->buffer + ctx->capacity;
+    return child != nullptr && child->length <= kShortBytes;
+}
+
+/// The capacity after a short child that does not fit: the first of its three parts, appended one by one,
+/// that finds no room makes some.
+std::uint64_t capacityForChild(std::uint64_t capacity, std::uint64_t position, std::uint64_t prefixBytes,
+                               std::uint64_t length) noexcept {
+    const bool prefixFits = capacity - position >= prefixBytes;
+    return (prefixFits ? position + prefixBytes + length : capacity + 1) + kSpareBytes;
+}
+
+/// Writes children whose key takes one byte at once, as long as they are short and the buffer has room, and
+/// returns how many. Children lie far from each other; the ones behind are fetched while these are written.
+std::uint64_t writeShortChildren(picoproto_ctx_s* ctx, std::uint8_t key, picoproto_ctx_s* const* children,
+                                 std::uint64_t count) noexcept {
+    const std::uint64_t allocated = blockOf(ctx)->sizes.allocated;
+    // Up to here a child fits into the capacity, and its fixed count into the buffer.
+    const auto limitOf = [allocated](std::uint64_t capacity) {
+        return std::min(capacity, allocated - std::min(allocated, kShortBytes));
+    };
+    std::uint8_t* const buffer = ctx->buffer;
+    std::uint64_t position = ctx->length;
+    std::uint64_t limit = limitOf(ctx->capacity);
     std::uint64_t i = 0;
     for (; i < count; ++i) {
         if (i + kAhead < count) {
             __builtin_prefetch(children[i + kAhead]);
-            __builtin_prefetch(reinterpret_cast<const char*>(children[i + kAhead]) + kCacheLineBytes);
+            __builtin_prefetch(blockOf(children[i + kAhead])->firstBuffer() + kShortBytes - 1);
         }
         const picoproto_ctx_s* child = children[i];
-        if (child == nullptr || child->length > kShortBytes ||
-            static_cast<std::uint64_t>(end - out) < kMostBytes) {
-            break;
-        }
+        if (!isShort(child)) break;
         const std::uint64_t length = child->length;
-        out = putVarint(out, key);
-        *out++ = static_cast<std::uint8_t>(length);
-        std::memcpy(out, child->buffer, kShortBytes);
-        out += length;
+        const std::uint64_t end = position + kUsualPrefixBytes + length;
+        if (end > limit) {
+            const std::uint64_t grown = capacityForChild(ctx->capacity, position, kUsualPrefixBytes, length);
+            if (end <= ctx->capacity || grown > allocated || end > limitOf(grown)) break;
+            ctx->capacity = grown;
+            limit = limitOf(grown);
+        }
+        std::uint8_t* const out = buffer + position;
+        out[0] = key;
+        out[1] = static_cast<std::uint8_t>(length);
+        std::memcpy(out + kUsualPrefixBytes, child->buffer, kShortBytes);
+        position = end;
     }
-    ctx->length = static_cast<std::uint64_t>(out - ctx->buffer);
+    ctx->length = position;
     return i;
+}
+
+/// Children of one kind are of much the same size, so the first one tells how much room they all take.
+void reserveForChildren(picoproto_ctx_s* ctx, const picoproto_ctx_s* first, std::uint64_t count) noexcept {
+    const std::uint64_t each = kUsualPrefixBytes + (first != nullptr ? first->length : 0);
+    const std::uint64_t most = PICOPROTO_MAX_LENGTH / each;
+    reserve(ctx, ctx->length + std::min(count, most + 1) * each + kSpareBytes);
 }
 
 std::int32_t writeChild(picoproto_ctx_s* ctx, std::uint64_t field, picoproto_ctx_s* child) noexcept {
     if (ctx == nullptr) return PICOPROTO_MESSAGE_TOO_LONG;
-    if (writeShortChildren(ctx, field, &child, 1) == 1) return 0;
+    if (isShort(child) && hasRoom(ctx, kMaxVarintBytes + 1 + kShortBytes)) {
+        std::uint8_t* out = putVarint(ctx->buffer + ctx->length, field * 8 + lengthDelimited);
+        *out++ = static_cast<std::uint8_t>(child->length);
+        std::memcpy(out, child->buffer, kShortBytes);
+        ctx->length = static_cast<std::uint64_t>(out - ctx->buffer) + child->length;
+        return 0;
+    }
     if (const std::int32_t status = writeKey(ctx, field, lengthDelimited)) return status;
     const std::uint64_t length = child != nullptr ? child->length : 0;
     // On purpose: a refused length goes unreported; the status is that of the child's bytes.
@@ -257,10 +315,7 @@ std::int32_t writeFixed(picoproto_ctx_s* ctx, std::uint64_t field, WireType type
 }  // namespace
 
 picoproto_ctx_s* picoproto_new(const char* name) {
-    Block* block = newBlock();
-    block->ctx = {copiedName(block, name), 0, kInitialCapacity, block->inlineBuffer};
-    block->allocated = kInitialCapacity;
-    return &block->ctx;
+    return begin(newBlock(), kInitialCapacity, name);
 }
 
 picoproto_ctx_s* picoproto_new_from_bytes(const char* name, const std::uint8_t* bytes, std::uint64_t count) {
@@ -272,9 +327,9 @@ picoproto_ctx_s* picoproto_new_from_bytes(const char* name, const std::uint8_t* 
 void picoproto_free(picoproto_ctx_s* ctx) {
     if (ctx == nullptr) return;
     Block* block = blockOf(ctx);
-    if (ctx->name != block->inlineName) std::free(ctx->name);
-    if (ctx->buffer != block->inlineBuffer) std::free(ctx->buffer);
-    if (!freeList.keep(block)) std::free(block);
+    if (ctx->name != block->nameRoom()) std::free(ctx->name);
+    if (ctx->buffer != block->firstBuffer()) std::free(ctx->buffer);
+    if (block->sizes.firstBytes != kInitialCapacity || !freeList.keep(block)) std::free(block);
 }
 
 std::int32_t picoproto_write_string_field(picoproto_ctx_s* ctx, std::uint64_t field, const char* text) {
@@ -312,9 +367,11 @@ std::int32_t picoproto_write_repeated_embedded_message_field(picoproto_ctx_s* ct
                                                              picoproto_ctx_s* const* children,
                                                              std::uint64_t count, int free_children) {
     if (children == nullptr) return 0;
+    const std::uint64_t key = field * 8 + lengthDelimited;
+    if (ctx != nullptr && count > 1) reserveForChildren(ctx, children[0], count);
     for (std::uint64_t i = 0; i < count; ++i) {
-        if (ctx != nullptr && free_children == 0) {
-            i += writeShortChildren(ctx, field, children + i, count - i);
+        if (ctx != nullptr && free_children == 0 && key < 0x80) {
+            i += writeShortChildren(ctx, static_cast<std::uint8_t>(key), children + i, count - i);
             if (i == count) break;
         }
         const std::int32_t status = writeChild(ctx, field, children[i]);
@@ -352,4 +409,15 @@ std::int32_t picoproto_write_double_field(picoproto_ctx_s* ctx, std::uint64_t fi
 
 std::uint64_t convertHostDoubleToLittle(double value) {
     return std::bit_cast<std::uint64_t>(value);
+}
+
+qlsdk::MessageContext qlsdk::compacted(MessageContext message) noexcept {
+    if (message == nullptr || message->buffer != blockOf(message.get())->firstBuffer()) return message;
+    const std::uint64_t bytes = std::max(message->length, kShortBytes);
+    const std::size_t nameBytes = message->name != nullptr ? std::strlen(message->name) + 1 : 0;
+    auto* block = orDie<Block>(std::malloc(sizeof(Block) + bytes + std::min(nameBytes, kInlineNameBytes)));
+    MessageContext small(begin(block, bytes, message->name));
+    std::memcpy(small->buffer, message->buffer, bytes);
+    small->length = message->length;
+    return small;
 }

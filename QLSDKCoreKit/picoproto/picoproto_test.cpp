@@ -2,6 +2,7 @@
 
 #include <bit>
 #include <limits>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -170,6 +171,88 @@ TEST(Picoproto, NullArgumentsHaveTheirStatedOutcome) {
     EXPECT_EQ(message->length, 0u);
     EXPECT_EQ(picoproto_write_embedded_message_field(message.get(), 1, nullptr, 1), 0);
     EXPECT_EQ(bytesOfMessage(message), std::string("\x0A\x00", 2));
+}
+
+/// The writer as it is described, one append at a time and nothing clever.
+struct PlainWriter {
+    std::string bytes;
+    std::uint64_t capacity;
+
+    bool append(std::string_view more) {
+        const std::uint64_t needed = bytes.size() + more.size();
+        if (needed > capacity) capacity = std::min<std::uint64_t>(needed + 1024, PICOPROTO_MAX_LENGTH);
+        if (needed > PICOPROTO_MAX_LENGTH) return false;
+        bytes += more;
+        return true;
+    }
+    bool varint(std::uint64_t value) {
+        for (; value >= 0x80; value >>= 7) {
+            if (!append(std::string(1, static_cast<char>((value & 0x7F) | 0x80)))) return false;
+        }
+        return append(std::string(1, static_cast<char>(value)));
+    }
+    bool text(std::uint64_t field, std::string_view value) {
+        return varint(field * 8 + 2) && varint(value.size()) && append(value);
+    }
+    bool child(std::uint64_t field, std::string_view value) {
+        if (!varint(field * 8 + 2)) return false;
+        (void)varint(value.size());
+        return append(value);
+    }
+};
+
+TEST(Picoproto, GrowsAndFillsAsIfByPlainAppends) {
+    std::mt19937_64 random(20);
+    const auto below = [&random](std::uint64_t limit) { return random() % limit; };
+    const std::uint64_t fields[] = {1, 15, 16, 5000, UINT64_MAX / 8};
+    for (int round = 0; round < 200; ++round) {
+        MessageContext message = round % 2 == 0 ? MessageContext(picoproto_new("M")) : filledTo(below(1000));
+        if (round % 4 == 1) message = compacted(std::move(message));
+        PlainWriter plain{bytesOfMessage(message), message->capacity};
+        for (int step = 0; step < 60; ++step) {
+            const std::uint64_t field = fields[below(std::size(fields))];
+            const std::size_t size = below(10) == 0 ? below(9000) : below(60);
+            bool fits = true;
+            std::int32_t status = 0;
+            if (below(3) == 0) {
+                const std::string value(size, 'a');
+                fits = plain.text(field, value);
+                status = picoproto_write_string_field(message.get(), field, value.c_str());
+            } else {
+                std::vector<MessageContext> owned;
+                std::vector<picoproto_ctx_s*> children;
+                for (std::uint64_t count = below(70); count > 0; --count) {
+                    MessageContext child = filledTo(below(8) == 0 ? size : below(50));
+                    owned.push_back(below(2) == 0 ? compacted(std::move(child)) : std::move(child));
+                    children.push_back(owned.back().get());
+                    fits = fits && plain.child(field, bytesOfMessage(owned.back()));
+                }
+                status = picoproto_write_repeated_embedded_message_field(message.get(), field,
+                                                                         children.data(), children.size(), 0);
+            }
+            ASSERT_EQ(status, fits ? 0 : PICOPROTO_MESSAGE_TOO_LONG);
+            ASSERT_EQ(message->capacity, plain.capacity);
+            ASSERT_TRUE(bytesOfMessage(message) == plain.bytes);
+        }
+    }
+}
+
+TEST(Picoproto, CompactedMessageKeepsItsBytesAndMayGrow) {
+    const std::string longName(100, 'n');
+    for (const char* name : {"M", longName.c_str()}) {
+        MessageContext message(picoproto_new(name));
+        picoproto_write_varint_field(message.get(), 1, 300);
+        message = compacted(std::move(message));
+        EXPECT_STREQ(message->name, name);
+        EXPECT_EQ(bytesOfMessage(message), std::string("\x08\xAC\x02", 3));
+        EXPECT_LT(message->capacity, 1024u);
+        EXPECT_EQ(picoproto_write_string_field(message.get(), 2, std::string(2000, 'x').c_str()), 0);
+        EXPECT_EQ(message->length, 2006u);
+    }
+    EXPECT_EQ(compacted(nullptr), nullptr);
+    MessageContext grown = filledTo(5000);
+    const picoproto_ctx_s* before = grown.get();
+    EXPECT_EQ(compacted(std::move(grown)).get(), before);
 }
 
 TEST(Picoproto, ContextsMayMoveBetweenThreads) {

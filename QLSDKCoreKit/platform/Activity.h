@@ -8,7 +8,7 @@
 
 namespace qlsdk::platform {
 
-/// Counts the work under way: queued and running tasks of serial queues, HTTP tasks in flight. Adapters hold
+/// Counts the work under way: serial queues that have tasks, HTTP tasks in flight. Adapters hold
 /// a `Token` for as long as a piece of work exists. Work on the main queue is the host's and does not count.
 /// Any thread. Shared by the adapters of one platform and, like them, never destroyed.
 class QLSDK_EXPORT Activity {

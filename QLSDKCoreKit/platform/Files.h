@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <optional>
-#include <span>
 #include <string>
 
 #include "QLSDKCoreKit/platform/Data.h"
@@ -21,16 +20,6 @@ namespace qlsdk::platform {
 /// 0600 under any umask. False when it could not be written; the old file is then untouched and nothing is
 /// left beside it.
 [[nodiscard]] QLSDK_EXPORT bool replaceFile(const std::string& path, DataView bytes) noexcept;
-
-/// Replaces a file that is written again and again, with the same promises, from at most 16 pieces in order.
-/// Keeps a spare beside it (the path and ".spare"), which the next call overwrites and exchanges with the
-/// file: several times faster than a new file for each change. The spare holds an older content of the file.
-/// Processes and threads may rewrite one path at once. Readers that may meet a rewrite go through `readFile`.
-[[nodiscard]] QLSDK_EXPORT bool rewriteFile(const std::string& path,
-                                            std::span<const DataView> pieces) noexcept;
-
-/// Removes a file that is about to be rewritten, and leaves its spare for that. True when it was there.
-QLSDK_EXPORT bool removeBeforeRewriting(const std::string& path) noexcept;
 
 /// True when something of that name was removed. A directory is not. The spare of a rewritten file goes too.
 QLSDK_EXPORT bool removeFile(const std::string& path) noexcept;

@@ -15,6 +15,8 @@ namespace {
 constexpr std::array kArrayChain{keyed::kArray, keyed::kRootObject};
 constexpr std::array kDictionaryChain{keyed::kDictionary, keyed::kRootObject};
 
+constexpr std::size_t kKeptBytes = std::size_t{64} << 10;
+
 }  // namespace
 
 /// The archive at fixed widths.
@@ -30,6 +32,8 @@ struct KeyedListArchive::Encoding {
 
     void pushFront(const ArchivedObject& element);
     std::span<const DataView> file(std::uint64_t number);
+    /// False as soon as no file can be made of it at these widths.
+    [[nodiscard]] bool mayFit() const { return writer.fits(writer.objects().size()); }
     /// Back to the empty list, with all buffers as they are.
     void clear();
 
@@ -128,28 +132,56 @@ std::span<const DataView> KeyedListArchive::Encoding::file(std::uint64_t numberV
     return pieces;
 }
 
-/// The elements, for an encoding at the next wider widths.
+/// The elements, and their encoding at the narrowest widths that do. The encodings at narrower ones wait for
+/// the next list with their buffers.
 struct KeyedListArchive::State {
+    static constexpr std::size_t kLevels = std::size(BinaryPropertyListWriter::kWidths);
+
     State(std::string_view list, std::string_view number) : listKey(list), numberKey(number) {}
 
+    [[nodiscard]] Encoding& encoding() { return *encodings[level]; }
     /// All elements at the widths of the level. Half of them are of no use when memory runs out.
     void encodeAll();
+    /// On to the next wider widths, for which the next file encodes all elements again.
+    void widen();
+    /// Ready for another list. A short list's buffers serve that, too; a long list's would be held for
+    /// nothing.
+    static void empty(std::optional<Encoding>& encoding);
+    /// The encoding has lost an element, or has none.
+    void forgetEncoding() noexcept {
+        encodings[level].reset();
+        isEncoded = false;
+    }
 
     const std::string_view listKey;
     const std::string_view numberKey;
     std::vector<ArchivedObject> elements;
     std::size_t level = 0;
-    std::optional<Encoding> encoding;
+    bool isEncoded = false;
+    std::array<std::optional<Encoding>, kLevels> encodings;
 };
 
 void KeyedListArchive::State::encodeAll() {
-    encoding.emplace(listKey, numberKey, BinaryPropertyListWriter::kWidths[level]);
+    std::optional<Encoding>& fresh = encodings[level];
+    if (!fresh) fresh.emplace(listKey, numberKey, BinaryPropertyListWriter::kWidths[level]);
     try {
-        for (const ArchivedObject& element : elements) encoding->pushFront(element);
+        for (const ArchivedObject& element : elements) fresh->pushFront(element);
     } catch (...) {
-        encoding.reset();
+        forgetEncoding();
         throw;
     }
+    isEncoded = true;
+}
+
+void KeyedListArchive::State::widen() {
+    isEncoded = false;
+    empty(encodings[level]);
+    ++level;
+}
+
+void KeyedListArchive::State::empty(std::optional<Encoding>& encoding) {
+    if (!encoding) return;
+    encoding->writer.objects().size() > kKeptBytes ? encoding.reset() : encoding->clear();
 }
 
 KeyedListArchive::KeyedListArchive(std::string_view listKey, std::string_view numberKey)
@@ -160,28 +192,30 @@ KeyedListArchive::~KeyedListArchive() = default;
 void KeyedListArchive::clear() {
     State& state = *state_;
     state.elements.clear();
-    // A short list's buffers serve the next one; a long list's would be held for nothing.
-    state.level == 0 && state.encoding ? state.encoding->clear() : state.encoding.reset();
+    for (std::optional<Encoding>& encoding : state.encodings) State::empty(encoding);
     state.level = 0;
+    state.isEncoded = false;
 }
 
 void KeyedListArchive::pushFront(const ArchivedObject& element) {
-    state_->elements.push_back(element);
+    State& state = *state_;
+    state.elements.push_back(element);
+    if (!state.isEncoded) return;
     try {
-        if (state_->encoding) state_->encoding->pushFront(element);
+        state.encoding().pushFront(element);
+        if (!state.encoding().mayFit()) state.widen();
     } catch (...) {
         // Half an element was written; the next file encodes all of them again.
-        state_->encoding.reset();
+        state.forgetEncoding();
     }
 }
 
 std::span<const DataView> KeyedListArchive::file(std::uint64_t number) {
     State& state = *state_;
-    for (; state.level < std::size(BinaryPropertyListWriter::kWidths);
-         ++state.level, state.encoding.reset()) {
-        if (!state.encoding) state.encodeAll();
-        const std::span<const DataView> pieces = state.encoding->file(number);
-        if (!pieces.empty() || state.encoding->archiver.nestsTooDeep()) return pieces;
+    for (; state.level < State::kLevels; state.widen()) {
+        if (!state.isEncoded) state.encodeAll();
+        const std::span<const DataView> pieces = state.encoding().file(number);
+        if (!pieces.empty() || state.encoding().archiver.nestsTooDeep()) return pieces;
     }
     return {};
 }

@@ -7,6 +7,7 @@
 
 #include "QLSDKCoreKit/events/EventWrapper.h"
 #include "QLSDKCoreKit/platform/KeyedListArchive.h"
+#include "QLSDKCoreKit/platform/RewrittenFile.h"
 
 namespace qlsdk {
 
@@ -32,9 +33,13 @@ class QueueArchiveWriter {
     void clear() { bytes_.clear(); }
     /// Replaces the file; false when that failed and the old one still stands.
     [[nodiscard]] bool write(std::uint64_t maxSequenceId);
+    /// Removes the file, which is soon written again.
+    void removeFile() noexcept;
+    /// Removes all that is on the disk, for good.
+    void eraseFile() noexcept;
 
   private:
-    const std::string path_;
+    std::optional<platform::RewrittenFile> file_;
     platform::KeyedListArchive bytes_;
 };
 

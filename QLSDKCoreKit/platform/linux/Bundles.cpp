@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 #include <link.h>
 #include <stdlib.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/Bundle.h"
@@ -32,21 +33,28 @@ std::string directoryOf(const std::string& path) {
     return std::filesystem::path(path).parent_path().string();
 }
 
-// Empty where /proc is hidden.
-std::string executablePath() {
-    std::string path(4096, '\0');
-    const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
-    path.resize(size > 0 ? static_cast<std::size_t>(size) : 0);
-    // The kernel says so of a program that was replaced by an update while it runs.
-    constexpr std::string_view kDeleted = " (deleted)";
-    if (path.ends_with(kDeleted) && !fileExists(path)) path.resize(path.size() - kDeleted.size());
-    return path;
-}
-
 std::string resolvedPath(const char* path) {
     std::error_code error;
     const std::filesystem::path resolved = std::filesystem::canonical(path, error);
     return error ? path : resolved.string();
+}
+
+// As the program was called, which is all there is where /proc is hidden. A relative name means another file
+// once the host has changed its directory; there is no property list beside that, then.
+std::string calledPath() {
+    const auto* const called = reinterpret_cast<const char*>(::getauxval(AT_EXECFN));
+    return called != nullptr ? resolvedPath(called) : std::string();
+}
+
+std::string executablePath() {
+    std::string path(4096, '\0');
+    const ssize_t size = ::readlink("/proc/self/exe", path.data(), path.size());
+    if (size <= 0) return calledPath();
+    path.resize(static_cast<std::size_t>(size));
+    // The kernel says so of a program that was replaced by an update while it runs.
+    constexpr std::string_view kDeleted = " (deleted)";
+    if (path.ends_with(kDeleted) && !fileExists(path)) path.resize(path.size() - kDeleted.size());
+    return path;
 }
 
 // The property list beside a shared object is named after its file or the link it was loaded by, or after the

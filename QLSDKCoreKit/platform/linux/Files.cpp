@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -75,6 +76,7 @@ std::optional<Data> readFileFrom(FileOrigin origin, const std::string& path,
         // A writer that was stopped in the middle holds its lock for long; its file at the path is complete.
         if (origin == FileOrigin::own && attempt < kReadAttempts &&
             lockAgainstRewriting(file.get(), path, status) == Lock::missed) {
+            std::this_thread::yield();
             continue;
         }
         try {
@@ -83,16 +85,6 @@ std::optional<Data> readFileFrom(FileOrigin origin, const std::string& path,
             return std::nullopt;
         }
     }
-}
-
-bool writeAll(int descriptor, DataView bytes) noexcept {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count <= 0) return false;
-        bytes = bytes.subspan(static_cast<std::size_t>(count));
-    }
-    return true;
 }
 
 std::optional<Data> readFile(const std::string& path, std::size_t ceilingBytes) noexcept {

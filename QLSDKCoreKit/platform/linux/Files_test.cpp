@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "QLSDKCoreKit/platform/RewrittenFile.h"
 #include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
 
 namespace qlsdk::platform {
@@ -118,14 +119,17 @@ TEST_F(Files, SurviveTheFileSizeLimit) {
 
 class RewrittenFiles : public Files {
   protected:
-    bool rewrite(std::string_view text) {
+    static bool rewrite(RewrittenFile& file, std::string_view text) {
         const DataView pieces[] = {bytesOf(text.substr(0, 1)), {}, bytesOf(text.substr(1))};
-        return rewriteFile(at("f"), pieces);
+        return file.rewrite(pieces);
     }
+    bool rewrite(std::string_view text) { return rewrite(file_, text); }
     [[nodiscard]] ino_t inodeOf(const std::string& name) const {
         struct stat status;
         return ::lstat(at(name).c_str(), &status) == 0 ? status.st_ino : 0;
     }
+
+    RewrittenFile file_{at("f")};
 };
 
 TEST_F(RewrittenFiles, TakeTurnsWithOneSpare) {
@@ -139,14 +143,101 @@ TEST_F(RewrittenFiles, TakeTurnsWithOneSpare) {
     EXPECT_EQ(inodeOf("f"), spare);
     EXPECT_EQ(inodeOf("f.spare"), file);
 
-    EXPECT_TRUE(removeBeforeRewriting(at("f")));
+    file_.remove();
     ASSERT_TRUE(rewrite("fourth"));
     EXPECT_EQ(readFile(at("f"), 100), dataOf("fourth"));
     EXPECT_EQ(inodeOf("f"), file);
     EXPECT_EQ(entryCount(), 1U);
     ASSERT_TRUE(rewrite("fifth"));
+    file_.removeWithSpare();
+    EXPECT_EQ(entryCount(), 0U);
+    EXPECT_TRUE(rewrite("sixth"));
+    EXPECT_TRUE(rewrite("seventh"));
     EXPECT_TRUE(removeFile(at("f")));
     EXPECT_EQ(entryCount(), 0U);
+}
+
+// Two writers that keep their files open, and a host that closes descriptors which are not its own.
+TEST_F(RewrittenFiles, LookAgainWhatTheirDescriptorsMean) {
+    RewrittenFile other(at("f"));
+    for (const char* text : {"1", "2", "3"}) ASSERT_TRUE(rewrite(text));
+    for (const char* text : {"4", "5", "6"}) {
+        ASSERT_TRUE(rewrite(other, text));
+        EXPECT_EQ(readFile(at("f"), 100), dataOf(text));
+        ASSERT_TRUE(rewrite(text + std::string("!")));
+        EXPECT_EQ(readFile(at("f"), 100), dataOf(text + std::string("!")));
+    }
+    EXPECT_EQ(entryCount(), 2U);
+
+    ASSERT_TRUE(replaceFile(at("hosts own"), bytesOf("kept")));
+    std::vector<int> replaced;
+    for (int number = 3; number < 100; ++number) {
+        struct stat status;
+        if (::fstat(number, &status) != 0) continue;
+        if (status.st_ino != inodeOf("f") && status.st_ino != inodeOf("f.spare")) continue;
+        ::close(number);
+        EXPECT_EQ(::open(at("hosts own").c_str(), O_WRONLY | O_CLOEXEC), number);
+        EXPECT_TRUE(!replaced.empty() || ::flock(number, LOCK_EX | LOCK_NB) == 0);
+        replaced.push_back(number);
+    }
+    ASSERT_EQ(replaced.size(), 4U);
+    for (const char* text : {"7", "8", "9"}) {
+        ASSERT_TRUE(rewrite(text) && rewrite(other, text + std::string("!")));
+        EXPECT_EQ(readFile(at("f"), 100), dataOf(text + std::string("!")));
+    }
+    // The host's file is as it was: its bytes, its descriptors, and the lock that it holds.
+    EXPECT_EQ(::flock(replaced.back(), LOCK_EX | LOCK_NB), -1);
+    for (const int number : replaced) {
+        struct stat status;
+        EXPECT_TRUE(::fstat(number, &status) == 0 && status.st_ino == inodeOf("hosts own")) << number;
+        ::close(number);
+    }
+    EXPECT_EQ(readFile(at("hosts own"), 100), dataOf("kept"));
+}
+
+TEST_F(RewrittenFiles, ArePrivateUnderAnyUmaskAndMoveNothingElse) {
+    const mode_t previous = ::umask(0777);
+    const bool written = rewrite("1") && rewrite("2");
+    ::umask(previous);
+    ASSERT_TRUE(written);
+    for (const char* name : {"f", "f.spare"}) {
+        struct stat status;
+        ASSERT_EQ(::lstat(at(name).c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777, 0600u) << name;
+    }
+    file_.removeWithSpare();
+    ASSERT_EQ(::mkdir(at("f").c_str(), 0700), 0);
+    EXPECT_FALSE(rewrite("3"));
+    EXPECT_EQ(entryCount(), 1U);
+}
+
+TEST_F(RewrittenFiles, AreOpenTwiceInTheirOwnProcessAlone) {
+    const auto descriptors = [this] {
+        int count = 0;
+        for (int number = 0; number < 100; ++number) {
+            struct stat status;
+            if (::fstat(number, &status) != 0) continue;
+            if (status.st_ino == inodeOf("f") || status.st_ino == inodeOf("f.spare")) ++count;
+        }
+        return count;
+    };
+    for (const char* text : {"1", "2", "3", "4"}) ASSERT_TRUE(rewrite(text));
+    EXPECT_EQ(descriptors(), 2);
+    // An open file's lock is shared across a fork and would keep neither process from the other's spare.
+    EXPECT_EXIT(::_exit(descriptors()), ::testing::ExitedWithCode(0), "");
+    file_.removeWithSpare();
+    EXPECT_EQ(descriptors(), 0);
+}
+
+TEST_F(RewrittenFiles, KeepOffTheStandardStreams) {
+    ASSERT_TRUE(rewrite("1") && rewrite("2"));
+    const auto withoutInput = [this] {
+        ::close(STDIN_FILENO);
+        if (!rewrite("3") || !rewrite("4") || !rewrite("5")) return 1;
+        return ::fcntl(STDIN_FILENO, F_GETFD) == -1 ? 0 : 2;
+    };
+    EXPECT_EXIT(::_exit(withoutInput()), ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(readFile(at("f"), 100), dataOf("5"));
 }
 
 // Whatever lies where the spare should be keeps its content, and the file is rewritten all the same.
@@ -192,7 +283,7 @@ TEST_F(RewrittenFiles, NeverShowAMixtureToReaders) {
         const std::size_t length = 1 + static_cast<std::size_t>(number * 7919 % 20'000);
         return std::to_string(length) + ":" + std::string(length, static_cast<char>('a' + writer));
     };
-    ASSERT_TRUE(rewrite(version(0, 0)));
+    for (int number = 0; number < 3; ++number) ASSERT_TRUE(rewrite(version(0, number)));
     std::vector<pid_t> writers;
     for (int writer = 0; writer < kWriters; ++writer) {
         const pid_t child = ::fork();

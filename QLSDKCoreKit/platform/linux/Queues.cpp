@@ -5,14 +5,16 @@
 #include "QLSDKCoreKit/platform/Queues.h"
 
 #include <atomic>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <thread>
 #include <utility>
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
-#include <asio/strand.hpp>
 
 #include "QLSDKCoreKit/platform/Activity.h"
 #include "QLSDKCoreKit/platform/linux/internal/DetachedThread.h"
@@ -30,8 +32,6 @@ constexpr std::size_t kStackBytes = std::size_t{1} << 20;
 constexpr ThreadTraits kPoolThreads[kThreads] = {{"qlsdk-pool-1", kStackBytes},
                                                  {"qlsdk-pool-2", kStackBytes}};
 
-using Strand = asio::strand<asio::io_context::executor_type>;
-
 /// The threads that all serial queues of the process share.
 class Pool final : public ForkAware {
   public:
@@ -44,7 +44,11 @@ class Pool final : public ForkAware {
         return *leaked;
     }
 
-    [[nodiscard]] Strand makeStrand() { return Strand(engine_->context.get_executor()); }
+    /// Runs `work` on a thread of the pool. Throws when there is no memory to remember it.
+    template <typename Work>
+    void post(Work work) {
+        asio::post(engine_->context, std::move(work));
+    }
 
     /// With no room for a thread, what was posted waits; the next task comes by here again.
     void ensureThreads() noexcept {
@@ -74,12 +78,49 @@ class Pool final : public ForkAware {
     std::unique_ptr<Engine> engine_ = std::make_unique<Engine>();
 };
 
-/// One task on its way; the token goes last, after everything that the task held.
-struct QueuedTask {
-    Activity::Token token;
-    Task task;
+/// The tasks of one queue. They wait here and not in the pool, which learns only that there are some: giving
+/// a task to a queue that is busy anyway costs a lock and a place in the list.
+class Backlog : public std::enable_shared_from_this<Backlog> {
+  public:
+    /// True when the pool must hear of the queue; the token keeps the work counted until it is all done.
+    [[nodiscard]] bool add(Task task, const std::shared_ptr<Activity>& activity) {
+        const std::lock_guard lock(mutex_);
+        waiting_.push_back(std::move(task));
+        if (isScheduled_) return false;
+        if (!token_) token_.emplace(activity);
+        return isScheduled_ = true;
+    }
 
-    void operator()() noexcept {
+    void schedule() noexcept {
+        try {
+            Pool::shared().post([self = shared_from_this()] { self->runWaiting(); });
+        } catch (...) {
+            // No memory to tell the pool: the tasks wait, and the next one that is given tells it of all.
+            const std::lock_guard lock(mutex_);
+            isScheduled_ = false;
+        }
+    }
+
+    [[nodiscard]] bool isRunning() const noexcept { return runner_ == std::this_thread::get_id(); }
+
+    /// For a backlog that a child of fork() leaves behind, perhaps from inside one of its tasks.
+    void abandon() noexcept { isAbandoned_ = true; }
+
+  private:
+    /// Runs what waits by now and makes way for other queues before it goes on with what came meanwhile.
+    void runWaiting() noexcept {
+        if (!takeWaiting()) return;
+        runner_ = std::this_thread::get_id();
+        for (Task& task : running_) {
+            if (isAbandoned_) return;
+            run(task);
+        }
+        runner_ = std::thread::id();
+        running_.clear();
+        if (!becameIdle()) schedule();
+    }
+
+    static void run(Task& task) noexcept {
         const ExitGate::Pass pass;
         try {
             task();
@@ -88,6 +129,30 @@ struct QueuedTask {
         }
         task = nullptr;
     }
+
+    bool takeWaiting() noexcept {
+        if (isAbandoned_) return false;
+        const std::lock_guard lock(mutex_);
+        running_.swap(waiting_);
+        return true;
+    }
+
+    bool becameIdle() noexcept {
+        std::optional<Activity::Token> token;
+        const std::lock_guard lock(mutex_);
+        if (!waiting_.empty()) return false;
+        isScheduled_ = false;
+        token_.swap(token);
+        return true;
+    }
+
+    std::mutex mutex_;
+    std::deque<Task> waiting_;              // Guarded by the mutex.
+    bool isScheduled_ = false;              // Guarded by the mutex.
+    std::optional<Activity::Token> token_;  // Guarded by the mutex.
+    std::deque<Task> running_;              // The pool thread's that runs this backlog.
+    std::atomic<std::thread::id> runner_{};
+    std::atomic<bool> isAbandoned_{false};
 };
 
 class PoolQueue final : public SerialQueue, public ForkAware {
@@ -97,23 +162,25 @@ class PoolQueue final : public SerialQueue, public ForkAware {
     void async(Task task) override {
         if (!task) return;
         try {
-            asio::post(*strand_, QueuedTask{Activity::Token(activity_), std::move(task)});
+            if (backlog_->add(std::move(task), activity_)) backlog_->schedule();
         } catch (...) {
             return;  // No memory to remember the task: it is lost, the caller goes on.
         }
         Pool::shared().ensureThreads();
     }
 
-    [[nodiscard]] bool isCurrent() const noexcept override { return strand_->running_in_this_thread(); }
+    [[nodiscard]] bool isCurrent() const noexcept override { return backlog_->isRunning(); }
 
     void restartInChild() noexcept override {
-        (void)strand_.release();  // Its lock may be held by a thread that this process does not have.
-        strand_ = std::make_unique<Strand>(Pool::shared().makeStrand());
+        // Leaked: its lock may be held by a thread that this process does not have.
+        const auto& left = *new std::shared_ptr<Backlog>(std::move(backlog_));
+        left->abandon();
+        backlog_ = std::make_shared<Backlog>();
     }
 
   private:
     const std::shared_ptr<Activity> activity_;
-    std::unique_ptr<Strand> strand_ = std::make_unique<Strand>(Pool::shared().makeStrand());
+    std::shared_ptr<Backlog> backlog_ = std::make_shared<Backlog>();
 };
 
 class LinuxQueues final : public Queues, public ForkAware {

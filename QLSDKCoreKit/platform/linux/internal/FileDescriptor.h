@@ -22,6 +22,8 @@ class FileDescriptor {
     [[nodiscard]] int get() const noexcept { return number_; }
     /// False when the system reports a late write error.
     [[nodiscard]] bool close() noexcept { return ::close(std::exchange(number_, -1)) == 0; }
+    /// Lets go of it without closing it.
+    int release() noexcept { return std::exchange(number_, -1); }
     explicit operator bool() const noexcept { return number_ >= 0; }
 
   private:

@@ -17,7 +17,4 @@ enum class FileOrigin { own, system };
 [[nodiscard]] std::optional<Data> readFileFrom(FileOrigin origin, const std::string& path,
                                                std::size_t ceilingBytes) noexcept;
 
-/// Writes every byte at the descriptor's position, through interruptions and short writes.
-[[nodiscard]] bool writeAll(int descriptor, DataView bytes) noexcept;
-
 }  // namespace qlsdk::platform

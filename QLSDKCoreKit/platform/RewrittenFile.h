@@ -1,0 +1,44 @@
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+
+#include "QLSDKCoreKit/platform/Data.h"
+#include "QLSDKCoreKit/platform/Export.h"
+
+namespace qlsdk::platform {
+
+/// A small private file that is written anew after every change of what it holds, several times faster than
+/// by a new file for each change.
+///
+/// Keeps a spare beside it (the path and ".spare"), which the next change overwrites and exchanges with the
+/// file; the spare holds an older content. Both stay open between changes: at most two descriptors. Processes
+/// and objects may rewrite one path at once. Readers that may meet a rewrite go through `readFile`. After
+/// fork(), parent and child may both go on. Not synchronised; never throws but from the constructor, when
+/// memory runs out.
+class QLSDK_EXPORT RewrittenFile {
+  public:
+    /// Touches nothing yet.
+    explicit RewrittenFile(std::string path);
+    ~RewrittenFile();
+    RewrittenFile(const RewrittenFile&) = delete;
+    RewrittenFile& operator=(const RewrittenFile&) = delete;
+
+    /// Replaces or creates the file in one step, from at most 16 pieces in order: readers see the old bytes
+    /// or the new ones, never a mixture. Mode 0600 under any umask. False when it could not be written; the
+    /// old file is then untouched.
+    [[nodiscard]] bool rewrite(std::span<const DataView> pieces) noexcept;
+
+    /// Removes the file and leaves its spare for the next content.
+    void remove() noexcept;
+
+    /// Removes both and closes them, so that nothing of an earlier content is left on the disk.
+    void removeWithSpare() noexcept;
+
+  private:
+    class Files;
+    const std::shared_ptr<Files> files_;
+};
+
+}  // namespace qlsdk::platform
