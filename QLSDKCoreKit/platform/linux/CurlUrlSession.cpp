@@ -17,10 +17,10 @@
 
 #include "QLSDKCoreKit/platform/linux/internal/CurlTransfer.h"
 #include "QLSDKCoreKit/platform/linux/internal/DetachedThread.h"
-#include "QLSDKCoreKit/platform/linux/internal/ExitGate.h"
 #include "QLSDKCoreKit/platform/linux/internal/HttpRequestCheck.h"
 #include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/internal/OpenSsl.h"
+#include "QLSDKCoreKit/platform/linux/internal/WorkGate.h"
 
 namespace qlsdk::platform {
 
@@ -110,7 +110,7 @@ class CurlUrlSession::Engine : public std::enable_shared_from_this<Engine> {
     [[noreturn]] void serve() noexcept {
         for (;;) {
             {
-                const ExitGate::Pass pass;
+                const WorkGate::Pass pass;
                 if (multi_ == nullptr) startCurl();
                 turn();
             }

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <spawn.h>
@@ -32,28 +33,32 @@ struct Ending {
     std::uint64_t micros = 0;
 };
 
-Ending runHost(const char* way, const char* who, const std::string& connectTo, const std::string& caFile,
-               int round) {
-    int ends[2];
-    if (pipe(ends) != 0) return {};
+int runHost(const std::vector<std::string>& texts, int output) {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-    posix_spawn_file_actions_addclose(&actions, ends[0]);
-    // Each round ends at another moment of the handshakes and uploads.
-    const std::string pause = std::to_string(round * 137 % 3'000);
-    const std::vector<std::string> texts = {QLSDK_EXIT_HOST, way, who, connectTo, caFile, pause};
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
     std::vector<char*> arguments;
     for (const std::string& text : texts) arguments.push_back(const_cast<char*>(text.c_str()));
     arguments.push_back(nullptr);
     pid_t child = -1;
-    Ending ending;
-    if (posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ) != 0) return {};
+    posix_spawn(&child, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
+    int status = -1;
+    if (child != -1) waitpid(child, &status, 0);
+    return status;
+}
+
+Ending endHost(const char* way, const char* who, const std::string& connectTo, const std::string& caFile,
+               int round) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return {};
+    // Each round ends at another moment of the handshakes and uploads.
+    const std::string pause = std::to_string(round * 137 % 3'000);
+    Ending ending;
+    ending.status = runHost({QLSDK_EXIT_HOST, way, who, connectTo, caFile, pause}, ends[1]);
     close(ends[1]);
     (void)!read(ends[0], &ending.micros, sizeof ending.micros);
     close(ends[0]);
-    waitpid(child, &ending.status, 0);
     return ending;
 }
 
@@ -100,13 +105,25 @@ TEST_P(ProcessExit, NeitherCrashesNorHangsNorAddsMoreThanFiftyMilliseconds) {
     std::vector<std::uint64_t> without;
     for (int round = 0; round < QLSDK_EXIT_ROUNDS; ++round) {
         const std::string address = servers[round % 4]->address();
-        const Ending ending = runHost(way, who, address, certificates.caFile(), round);
+        const Ending ending = endHost(way, who, address, certificates.caFile(), round);
         ASSERT_EQ(ending.status, expected) << "round " << round;
         with.push_back(ending.micros);
         if (round % 3 == 0)
-            without.push_back(runHost(way, "none", address, certificates.caFile(), round).micros);
+            without.push_back(endHost(way, "none", address, certificates.caFile(), round).micros);
     }
     EXPECT_LE(median(with), median(without) + kMostAddedMicros);
+}
+
+TEST(ProcessFork, ChildOfABusyParentCanSend) {
+    testing::TemporaryDirectories directories;
+    const Certificates certificates(directories.path());
+    // Every answer closes, so that the parent is in a handshake most of the time.
+    TlsServer server(certificates.serverContext(), [](Connection& connection) {
+        if (!connection.readRequest().empty())
+            connection.write("HTTP/1.1 200 OK\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    });
+    EXPECT_EQ(
+        runHost({QLSDK_EXIT_HOST, "fork", "40", server.address(), certificates.caFile()}, STDERR_FILENO), 0);
 }
 
 }  // namespace qlsdk::platform

@@ -6,6 +6,8 @@
 
 #include <pthread.h>
 
+#include "QLSDKCoreKit/platform/linux/internal/WorkGate.h"
+
 namespace qlsdk::platform {
 
 namespace {
@@ -28,6 +30,8 @@ void forEach(void (ForkAware::*call)()) {
 
 // The registry is held across the fork, so that the child finds the list whole.
 void prepare() {
+    // First: a thread that is inside may need one of the locks that are taken next.
+    WorkGate::closeBeforeFork();
     registry().mutex.lock();
     forEach(&ForkAware::beforeFork);
 }
@@ -35,9 +39,11 @@ void prepare() {
 void inParent() {
     forEach(&ForkAware::afterForkInParent);
     registry().mutex.unlock();
+    WorkGate::reopenInParent();
 }
 
 void inChild() {
+    WorkGate::reopenInChild();
     forEach(&ForkAware::restartInChild);
     registry().mutex.unlock();
 }

@@ -13,7 +13,7 @@
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/linux/internal/DetachedThread.h"
-#include "QLSDKCoreKit/platform/linux/internal/ExitGate.h"
+#include "QLSDKCoreKit/platform/linux/internal/WorkGate.h"
 
 namespace qlsdk::platform {
 
@@ -133,7 +133,7 @@ void LinuxMainQueue::startThread() {
         for (;;) {
             state_->changed->wait(threadLock, [this] { return state_->canRun(); });
             threadLock.unlock();
-            const ExitGate::Pass pass;
+            const WorkGate::Pass pass;
             threadLock.lock();
             if (state_->canRun()) state_->runOne(threadLock);
         }

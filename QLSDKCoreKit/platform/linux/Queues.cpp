@@ -18,10 +18,10 @@
 
 #include "QLSDKCoreKit/platform/Activity.h"
 #include "QLSDKCoreKit/platform/linux/internal/DetachedThread.h"
-#include "QLSDKCoreKit/platform/linux/internal/ExitGate.h"
 #include "QLSDKCoreKit/platform/linux/internal/ForkAware.h"
 #include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/internal/LinuxMainQueue.h"
+#include "QLSDKCoreKit/platform/linux/internal/WorkGate.h"
 
 namespace qlsdk::platform {
 
@@ -121,7 +121,7 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
     }
 
     static void run(Task& task) noexcept {
-        const ExitGate::Pass pass;
+        const WorkGate::Pass pass;
         try {
             task();
         } catch (...) {

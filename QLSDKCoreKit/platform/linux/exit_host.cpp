@@ -1,12 +1,13 @@
-// A host that ends while the kit's threads are at work. Prints, as its very last act, how many microseconds
-// passed between the decision to end and the end; the test that starts it compares that with a host without
-// the kit.
+// A host that ends, or forks, while the kit's threads are at work. One that ends prints, as its very last
+// act, how many microseconds passed between the decision to end and the end; the test that starts it compares
+// that with a host without the kit.
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string_view>
 #include <thread>
@@ -14,6 +15,7 @@
 #include <openssl/rand.h>
 #include <openssl/ssl.h>
 #include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
@@ -41,23 +43,30 @@ void report() {
     if (write(STDOUT_FILENO, &value, sizeof value) != sizeof value) abort();
 }
 
-// Keeps all of the kit's threads busy: uploads without end, and tasks that seal and post again.
-void startWork(const char* connectTo, const char* caFile) {
-    if (!ensureOpenSsl()) abort();
-    const auto activity = std::make_shared<Activity>();
+std::atomic<int> started{0};
+
+UrlRequest upload() {
+    return {.url = "https://localhost/", .method = "POST", .headers = {}, .body = qlsdk::Data(9'000)};
+}
+
+// Keeps the kit's HTTP thread busy: uploads without end.
+UrlSession& startUploads(const std::shared_ptr<Activity>& activity, const char* connectTo,
+                         const char* caFile) {
     HttpOptions options;
     options.connectTo = connectTo;
     options.caFile = caFile;
     options.proxy = "";
     static auto& session = *new std::shared_ptr<UrlSession>(makeLinuxUrlSession(options, activity));
-    static std::atomic<int> started{0};
     static const UrlCompletion& again = *new UrlCompletion([](UrlResult) {
         ++started;
-        session->dataTask(
-            {.url = "https://localhost/", .method = "POST", .headers = {}, .body = qlsdk::Data(9'000)}, {},
-            again);
+        session->dataTask(upload(), {}, again);
     });
     for (int i = 0; i < 4; ++i) again({});
+    return *session;
+}
+
+// Keeps the pool busy: tasks that draw and post again.
+void startTasks(const std::shared_ptr<Activity>& activity) {
     static auto& queue =
         *new std::shared_ptr<SerialQueue>(makeLinuxQueues(activity)->makeSerialQueue("busy"));
     static const Task& task = *new std::function<void()>([] {
@@ -67,7 +76,36 @@ void startWork(const char* connectTo, const char* caFile) {
         queue->async(task);
     });
     queue->async(task);
+}
+
+void startWork(const char* connectTo, const char* caFile) {
+    if (!ensureOpenSsl()) abort();
+    const auto activity = std::make_shared<Activity>();
+    startUploads(activity, connectTo, caFile);
+    startTasks(activity);
     while (started < 50) std::this_thread::yield();
+}
+
+// Forks again and again, and lets each child send a request. Zero when all of them got their answers.
+int forkUnderLoad(const char* connectTo, const char* caFile, int times) {
+    UrlSession& session = startUploads(std::make_shared<Activity>(), connectTo, caFile);
+    for (int i = 0; i < times; ++i) {
+        for (const int before = started; started == before;) std::this_thread::yield();
+        usleep(static_cast<useconds_t>(i * 137 % 3'000));  // Another moment of the uploads each time.
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(60);  // A child that hangs dies of it and is counted.
+            std::promise<bool> answered;
+            session.dataTask(upload(), {}, [&](const UrlResult& result) {
+                answered.set_value(result.response.has_value());
+            });
+            _exit(answered.get_future().get() ? 0 : 1);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        if (status != 0) return 1;
+    }
+    return 0;
 }
 
 [[noreturn]] void endFromAnotherThread() {
@@ -80,8 +118,10 @@ void startWork(const char* connectTo, const char* caFile) {
 /// exit_host WAY WHO CONNECT_TO CA_FILE PAUSE: WAY return, exit, thread, quick_exit, _exit or signal;
 /// WHO "host" when the host initialises OpenSSL first, "kit" when the kit does, "none" for no kit at all;
 /// PAUSE microseconds of work before the end.
+/// exit_host fork TIMES CONNECT_TO CA_FILE: ends with 0 when every child of TIMES forks could use the kit.
 int main(int, char** arguments) {
     const std::string_view way = arguments[1];
+    if (way == "fork") _exit(forkUnderLoad(arguments[3], arguments[4], std::atoi(arguments[2])));
     const std::string_view who = arguments[2];
     std::atexit(report);
     std::at_quick_exit(report);
