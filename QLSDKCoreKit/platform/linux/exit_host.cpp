@@ -21,13 +21,6 @@
 #include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/internal/OpenSsl.h"
 
-#if defined(__SANITIZE_THREAD__)
-// The sanitizer's own second of waiting at exit would drown ours.
-extern "C" const char* __tsan_default_options() {
-    return "atexit_sleep_ms=0";
-}
-#endif
-
 namespace {
 
 using namespace qlsdk::platform;
