@@ -1,20 +1,13 @@
-#define ASIO_STANDALONE
-// Tasks are handed over under locks; the extra fences would only blind the thread sanitizer.
-#define ASIO_DISABLE_FENCED_BLOCK
-
 #include "QLSDKCoreKit/platform/Queues.h"
 
 #include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
-
-#include <asio/executor_work_guard.hpp>
-#include <asio/io_context.hpp>
-#include <asio/post.hpp>
 
 #include "QLSDKCoreKit/platform/Activity.h"
 #include "QLSDKCoreKit/platform/linux/internal/DetachedThread.h"
@@ -32,73 +25,33 @@ constexpr std::size_t kStackBytes = std::size_t{1} << 20;
 constexpr ThreadTraits kPoolThreads[kThreads] = {{"qlsdk-pool-1", kStackBytes},
                                                  {"qlsdk-pool-2", kStackBytes}};
 
-/// The threads that all serial queues of the process share.
-class Pool final : public ForkAware {
-  public:
-    static Pool& shared() {
-        static const std::shared_ptr<Pool>& leaked = *[] {
-            auto* owner = new std::shared_ptr<Pool>(std::make_shared<Pool>());
-            watchForks(*owner);
-            return owner;
-        }();
-        return *leaked;
-    }
-
-    /// Runs `work` on a thread of the pool. Throws when there is no memory to remember it.
-    template <typename Work>
-    void post(Work work) {
-        asio::post(engine_->context, std::move(work));
-    }
-
-    /// With no room for a thread, what was posted waits; the next task comes by here again.
-    void ensureThreads() noexcept {
-        Engine& engine = *engine_;
-        if (engine.started.load(std::memory_order_acquire) == kThreads) return;
-        const std::lock_guard lock(engine.starting);
-        while (engine.started < kThreads) {
-            if (!startDetachedThread(kPoolThreads[engine.started], [&engine] { engine.context.run(); }))
-                return;
-            ++engine.started;
-        }
-    }
-
-    void restartInChild() noexcept override {
-        (void)engine_.release();
-        engine_ = std::make_unique<Engine>();
-    }
-
-  private:
-    struct Engine {
-        asio::io_context context{static_cast<int>(kThreads)};
-        asio::executor_work_guard<asio::io_context::executor_type> keepsRunning =
-            asio::make_work_guard(context);
-        std::mutex starting;
-        std::atomic<std::size_t> started{0};
-    };
-    std::unique_ptr<Engine> engine_ = std::make_unique<Engine>();
-};
-
 /// The tasks of one queue. They wait here and not in the pool, which learns only that there are some: giving
 /// a task to a queue that is busy anyway costs a lock and a place in the list.
-class Backlog : public std::enable_shared_from_this<Backlog> {
+class Backlog {
   public:
     /// True when the pool must hear of the queue; the token keeps the work counted until it is all done.
     [[nodiscard]] bool add(Task task, const std::shared_ptr<Activity>& activity) {
         const std::lock_guard lock(mutex_);
         waiting_.push_back(std::move(task));
         if (isScheduled_) return false;
-        if (!token_) token_.emplace(activity);
+        token_.emplace(activity);
         return isScheduled_ = true;
     }
 
-    void schedule() noexcept {
-        try {
-            Pool::shared().post([self = shared_from_this()] { self->runWaiting(); });
-        } catch (...) {
-            // No memory to tell the pool: the tasks wait, and the next one that is given tells it of all.
+    /// Runs what waits by now. True when more came meanwhile; other queues go first.
+    [[nodiscard]] bool runWaiting() noexcept {
+        {
             const std::lock_guard lock(mutex_);
-            isScheduled_ = false;
+            running_.swap(waiting_);
         }
+        runner_ = std::this_thread::get_id();
+        for (Task& task : running_) {
+            if (isAbandoned_) return false;
+            run(task);
+        }
+        runner_ = std::thread::id();
+        running_.clear();
+        return !becameIdle();
     }
 
     [[nodiscard]] bool isRunning() const noexcept { return runner_ == std::this_thread::get_id(); }
@@ -106,20 +59,10 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
     /// For a backlog that a child of fork() leaves behind, perhaps from inside one of its tasks.
     void abandon() noexcept { isAbandoned_ = true; }
 
-  private:
-    /// Runs what waits by now and makes way for other queues before it goes on with what came meanwhile.
-    void runWaiting() noexcept {
-        if (!takeWaiting()) return;
-        runner_ = std::this_thread::get_id();
-        for (Task& task : running_) {
-            if (isAbandoned_) return;
-            run(task);
-        }
-        runner_ = std::thread::id();
-        running_.clear();
-        if (!becameIdle()) schedule();
-    }
+    /// The pool's, while the backlog is scheduled: who comes after it.
+    std::shared_ptr<Backlog> next;
 
+  private:
     static void run(Task& task) noexcept {
         const WorkGate::Pass pass;
         try {
@@ -128,13 +71,6 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
             // The port swallows what a task throws.
         }
         task = nullptr;
-    }
-
-    bool takeWaiting() noexcept {
-        if (isAbandoned_) return false;
-        const std::lock_guard lock(mutex_);
-        running_.swap(waiting_);
-        return true;
     }
 
     bool becameIdle() noexcept {
@@ -155,6 +91,77 @@ class Backlog : public std::enable_shared_from_this<Backlog> {
     std::atomic<bool> isAbandoned_{false};
 };
 
+/// The threads that all serial queues of the process share.
+class Pool final : public ForkAware {
+  public:
+    static Pool& shared() {
+        static const std::shared_ptr<Pool>& leaked = *[] {
+            auto* owner = new std::shared_ptr<Pool>(std::make_shared<Pool>());
+            watchForks(*owner);
+            return owner;
+        }();
+        return *leaked;
+    }
+
+    /// Has a thread run what waits in the backlog, after those that were given before.
+    void schedule(std::shared_ptr<Backlog> backlog) noexcept { engine_->schedule(std::move(backlog)); }
+
+    /// With no room for a thread, what was scheduled waits; the next task comes by here again.
+    void ensureThreads() noexcept { engine_->ensureThreads(); }
+
+    void restartInChild() noexcept override {
+        (void)engine_.release();
+        engine_ = std::make_unique<Engine>();
+    }
+
+  private:
+    /// What the threads share. Outlives them all: they never end.
+    class Engine {
+      public:
+        void schedule(std::shared_ptr<Backlog> backlog) noexcept {
+            const std::lock_guard lock(mutex_);
+            std::shared_ptr<Backlog>& end = first_ == nullptr ? first_ : last_->next;
+            last_ = backlog.get();
+            end = std::move(backlog);
+            arrived_.notify_one();
+        }
+
+        void ensureThreads() noexcept {
+            if (started_.load(std::memory_order_acquire) == kThreads) return;
+            const std::lock_guard lock(starting_);
+            while (started_ < kThreads) {
+                if (!startDetachedThread(kPoolThreads[started_], [this] { serve(); })) return;
+                ++started_;
+            }
+        }
+
+      private:
+        [[noreturn]] void serve() noexcept {
+            for (;;) {
+                std::shared_ptr<Backlog> backlog = nextBacklog();
+                if (backlog->runWaiting()) schedule(std::move(backlog));
+            }
+        }
+
+        std::shared_ptr<Backlog> nextBacklog() noexcept {
+            std::unique_lock lock(mutex_);
+            arrived_.wait(lock, [this] { return first_ != nullptr; });
+            std::shared_ptr<Backlog> backlog = std::move(first_);
+            first_ = std::move(backlog->next);
+            return backlog;
+        }
+
+        std::mutex mutex_;
+        std::condition_variable arrived_;
+        std::shared_ptr<Backlog> first_;  // Guarded by the mutex.
+        Backlog* last_ = nullptr;         // Guarded by the mutex; meaningless while there is no first.
+        std::mutex starting_;
+        std::atomic<std::size_t> started_{0};
+    };
+
+    std::unique_ptr<Engine> engine_ = std::make_unique<Engine>();
+};
+
 class PoolQueue final : public SerialQueue, public ForkAware {
   public:
     explicit PoolQueue(std::shared_ptr<Activity> activity) : activity_(std::move(activity)) {}
@@ -162,7 +169,7 @@ class PoolQueue final : public SerialQueue, public ForkAware {
     void async(Task task) override {
         if (!task) return;
         try {
-            if (backlog_->add(std::move(task), activity_)) backlog_->schedule();
+            if (backlog_->add(std::move(task), activity_)) Pool::shared().schedule(backlog_);
         } catch (...) {
             return;  // No memory to remember the task: it is lost, the caller goes on.
         }
