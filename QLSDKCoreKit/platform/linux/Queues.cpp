@@ -169,11 +169,12 @@ class PoolQueue final : public SerialQueue, public ForkAware {
     void async(Task task) override {
         if (!task) return;
         try {
-            if (backlog_->add(std::move(task), activity_)) Pool::shared().schedule(backlog_);
+            Pool& pool = Pool::shared();
+            if (backlog_->add(std::move(task), activity_)) pool.schedule(backlog_);
+            pool.ensureThreads();
         } catch (...) {
-            return;  // No memory to remember the task: it is lost, the caller goes on.
+            // No memory to remember the task: it is lost, the caller goes on.
         }
-        Pool::shared().ensureThreads();
     }
 
     [[nodiscard]] bool isCurrent() const noexcept override { return backlog_->isRunning(); }
