@@ -8,13 +8,11 @@
 /// docs/conventions.md.
 
 // The host and its configuration.
+#include "QLSDKCoreKit/core/ApplicationHelpers.h"
 #include "QLSDKCoreKit/core/QLSDKClientSetup.h"
 #include "QLSDKCoreKit/core/QLSDKConstants.h"
 #include "QLSDKCoreKit/core/QLSDKError.h"
-#include "QLSDKCoreKit/core/QLSDKFont.h"
-#include "QLSDKCoreKit/core/QLSDKTestData.h"
 #include "QLSDKCoreKit/core/QLSDKTweaks.h"
-#include "QLSDKCoreKit/core/ViewControllerTweaks.h"
 
 // Questions about the process, and reports of broken expectations.
 #include "QLSDKCoreKit/core/QLAppEnvironment.h"
@@ -22,13 +20,7 @@
 #include "QLSDKCoreKit/core/QLCrashReporting.h"
 
 // Helpers that the kits share.
-#include "QLSDKCoreKit/core/ApplicationHelpers.h"
-#include "QLSDKCoreKit/core/DataHelpers.h"
-#include "QLSDKCoreKit/core/DateHelpers.h"
-#include "QLSDKCoreKit/core/FontHelpers.h"
-#include "QLSDKCoreKit/core/NotificationCenterHelpers.h"
-#include "QLSDKCoreKit/core/StringHelpers.h"
-#include "QLSDKCoreKit/core/UrlHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/network/DataEncryption.h"
 
 // Telemetry: heartbeats, metrics, and a kit's own events.
@@ -41,7 +33,7 @@
 // Requests to the web service, and the token that signs them.
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/network/QLSDKNetworkRequest.h"
-#include "QLSDKCoreKit/network/QLTokenSealing.h"
+#include "QLSDKCoreKit/network/QLSDKPayload.h"
 
 // Secure storage, remote configuration, links into the companion app.
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigManager.h"
@@ -49,6 +41,8 @@
 #include "QLSDKCoreKit/storage/QLSDKInstallation.h"
 #include "QLSDKCoreKit/storage/QLSDKKeychainManager.h"
 
-// The ground it stands on, and what became of each event.
-#include "QLSDKCoreKit/platform/DeliveryCounters.h"
+// The ground it stands on, what became of each event, and what failed.
+#include "QLSDKCoreKit/control/Consent.h"
+#include "QLSDKCoreKit/control/DeliveryCounters.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Platform.h"

@@ -12,9 +12,9 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include "QLSDKCoreKit/events/internal/QueueArchive.h"
+#include "QLSDKCoreKit/events/internal/QueueFile.h"
 #include "QLSDKCoreKit/platform/Files.h"
-#include "QLSDKCoreKit/platform/KeyedListArchive.h"
+#include "QLSDKCoreKit/values/internal/KeyedListArchive.h"
 
 namespace qlsdk::bench {
 namespace {
@@ -193,7 +193,8 @@ bool exchange(const std::string& path, const std::string& spare, DataView bytes)
 void addRewriting(std::int64_t count) {
     const std::string name = "archive/rewrite-" + std::to_string(count) + "/";
     benchmark::RegisterBenchmark((name + "ours").c_str(), [count](benchmark::State& state) {
-        QueueArchiveWriter archive(home() + "/rewrite.plist");
+        QueueFile file(home() + "/rewrite.plist");
+        platform::KeyedListArchive archive(kQLSDKUnsentEventsKey, kQLSDKMaxSequenceIdKey);
         const Records records = recordsOf(count + changesOf(count));
         std::size_t next = records.size();
         for (auto _ : state) {
@@ -202,11 +203,11 @@ void addRewriting(std::int64_t count) {
                 next = static_cast<std::size_t>(count);
                 archive.clear();
                 for (std::size_t i = 0; i < next; ++i) archive.pushFront(records[i]);
-                require(archive.write(1) && archive.write(2), "no file");
+                require(file.write(archive.file(1)) && file.write(archive.file(2)), "no file");
                 state.ResumeTiming();
             }
             archive.pushFront(records[next++]);
-            benchmark::DoNotOptimize(archive.write(3));
+            benchmark::DoNotOptimize(file.write(archive.file(3)));
         }
         state.counters["bytes"] = static_cast<double>(joined(encodeOurs(records)).size());
     });

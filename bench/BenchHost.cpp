@@ -7,10 +7,11 @@
 
 #include <unistd.h>
 
-#include "QLSDKCoreKit/events/internal/QueueArchive.h"
+#include "QLSDKCoreKit/events/internal/QueueFile.h"
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
+#include "QLSDKCoreKit/values/internal/KeyedListArchive.h"
 
 namespace qlsdk::bench {
 
@@ -98,12 +99,13 @@ std::shared_ptr<AnalyticsEventsQueueDelegate> emptyBodies() {
 std::shared_ptr<AnalyticsEventsQueue> waitingQueue(const std::string& archiveName, std::int64_t length) {
     installAcceptingPlatform();
     const std::string directory = platform::current().directories->cachesDirectory().value_or("");
-    QueueArchiveWriter archive(directory + "/" + archiveName);
+    platform::KeyedListArchive list(kQLSDKUnsentEventsKey, kQLSDKMaxSequenceIdKey);
     for (std::int64_t i = 1; i <= length; ++i) {
-        archive.pushFront(std::shared_ptr<platform::Archivable>(
+        list.pushFront(std::shared_ptr<platform::Archivable>(
             std::make_shared<EventWrapper>(static_cast<std::uint64_t>(i), counterEvent())));
     }
-    if (!archive.write(static_cast<std::uint64_t>(length))) std::abort();
+    QueueFile file(directory + "/" + archiveName);
+    if (!file.write(list.file(static_cast<std::uint64_t>(length)))) std::abort();
     return AnalyticsEventsQueue::create("/v1/bench", std::make_shared<QLPayloadProvider>(), archiveName,
                                         std::numeric_limits<std::uint64_t>::max(), emptyBodies());
 }

@@ -8,8 +8,7 @@
 #include <openssl/evp.h>
 #include <openssl/rand.h>
 
-#include "QLSDKCoreKit/core/DataHelpers.h"
-#include "QLSDKCoreKit/core/UrlHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/network/QLSDKPayload.h"
 
 namespace qlsdk::bench {

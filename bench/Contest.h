@@ -44,5 +44,6 @@ void addArchiveContests();
 void addCodecContests();
 void addFileContests();
 void addPushContests();
+void addBurstContests();
 
 }  // namespace qlsdk::bench

@@ -6,7 +6,7 @@
 
 #include "BenchHost.h"
 #include "Contest.h"
-#include <sqlite3.h>
+#include "EventTable.h"
 
 #include "QLSDKCoreKit/events/QLSDKOperationalMetricsQueue.h"
 #include "QLSDKCoreKit/platform/Platform.h"
@@ -82,38 +82,6 @@ void addCallerSide() {
         ->Unit(benchmark::kMicrosecond);
 }
 
-/// A table with one row for each event, committed for each event, as other clients keep them.
-class EventTable {
-  public:
-    EventTable() {
-        const std::string path = home() + "/events.sqlite";
-        require(sqlite3_open(path.c_str(), &database_) == SQLITE_OK, "sqlite");
-        run("PRAGMA journal_mode=WAL");
-        run("PRAGMA synchronous=OFF");
-        run("CREATE TABLE IF NOT EXISTS events (id INTEGER PRIMARY KEY, event BLOB)");
-        run("DELETE FROM events");
-        require(sqlite3_prepare_v2(database_, "INSERT INTO events (event) VALUES (?)", -1, &insert_,
-                                   nullptr) == SQLITE_OK,
-                "sqlite");
-    }
-    ~EventTable() {
-        sqlite3_finalize(insert_);
-        sqlite3_close(database_);
-    }
-    void insert(Bytes bytes) {
-        sqlite3_bind_blob(insert_, 1, bytes.data(), static_cast<int>(bytes.size()), SQLITE_STATIC);
-        require(sqlite3_step(insert_) == SQLITE_DONE, "sqlite");
-        sqlite3_reset(insert_);
-    }
-
-  private:
-    void run(const char* statement) {
-        require(sqlite3_exec(database_, statement, nullptr, nullptr, nullptr) == SQLITE_OK, statement);
-    }
-    sqlite3* database_ = nullptr;
-    sqlite3_stmt* insert_ = nullptr;
-};
-
 // Pushes, and the wait until the queue has written them all. A short list is kept short by a flush whenever
 // it has grown to its length; a long one waits from the start.
 double secondsOfBurst(AnalyticsEventsQueue& queue, int burst, int flushEvery) {
@@ -155,7 +123,7 @@ void addPersisted() {
             ->Unit(benchmark::kMicrosecond);
     }
     benchmark::RegisterBenchmark("push/persisted-10/sqlite", [](benchmark::State& state) {
-        EventTable table;
+        EventTable table(EventTable::Flush::never);
         const auto event = counterEvent();
         for (auto _ : state) {
             for (int i = 0; i < 10; ++i) table.insert({event->ctx()->buffer, event->ctx()->length});

@@ -16,8 +16,8 @@
 
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/platform/Platform.h"
-#include "QLSDKCoreKit/platform/linux/testing_support/Certificates.h"
-#include "QLSDKCoreKit/platform/linux/testing_support/TlsServer.h"
+#include "QLSDKCoreKit/platform/linux/testing/Certificates.h"
+#include "QLSDKCoreKit/platform/linux/testing/TlsServer.h"
 
 // From a push to the server's 200, through the whole queue, against libcurl with one reused handle. Both
 // speak HTTP/1.1 over TLS with the same keep-alive server in this process; plain HTTP is not measured,

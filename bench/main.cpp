@@ -9,6 +9,7 @@ int main(int argc, char** argv) {
     qlsdk::bench::addCodecContests();
     qlsdk::bench::addFileContests();
     qlsdk::bench::addPushContests();
+    qlsdk::bench::addBurstContests();
     benchmark::RunSpecifiedBenchmarks();
     return 0;
 }

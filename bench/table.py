@@ -41,6 +41,15 @@ ROWS = [
      "events_per_second", 0.2 if n <= 10 else None)
     for n in (1, 10, 100, 1000, 20000)
 ] + [
+    (f"push: burst of {n}, {how}", "us/event", f"push/burst-{n}/{how}", f"push/burst-{n}/{peer}",
+     "events_per_second", most)
+    for n in (10000, 100000) for how in ("undecided", "sent")
+    for peer, most in (("sqlite-each", 0.15), ("sqlite-one", 1.5))
+] + [
+    ("push: one by one", "us/event", "push/one-by-one/ours", "push/one-by-one/sqlite", "events_per_second", 2.0),
+    ("push: processor time, 8000 deferred", "us/event", "push/deferred-8000/cpu", "push/deferred-0/cpu",
+     "events_per_second", 10.0),
+] + [
     (f"archive: encode {n}", "ns", f"archive/encode-{n}/ours", f"archive/encode-{n}/libplist", "cpu", 0.1)
     for n in (10, 100, 1000, 20000)
 ] + [

@@ -30,18 +30,20 @@ function(qlsdk_install_pkgconfig name component)
         DESTINATION ${qlsdk_pkgconfig_dir} COMPONENT ${component})
 endfunction()
 
-# qlsdk_install_headers(component directory DESTINATION [EXCLUDE pattern...])
-# Whatever headers the folder has, except those of the folders that hold what hosts must not include. The list of
-# these is the one that scripts/public-headers reads, too.
-function(qlsdk_install_headers component folder)
-    file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/private-folders.txt private_folders)
-    set(exclusions)
-    foreach(excluded IN LISTS private_folders ARGN)
-        list(APPEND exclusions PATTERN ${excluded} EXCLUDE)
-    endforeach()
-    install(DIRECTORY ${PROJECT_SOURCE_DIR}/${folder}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder}
-        COMPONENT ${component} FILES_MATCHING PATTERN "*.h" ${exclusions})
-endfunction()
+# The public headers; the desktop's belong to its own package.
+file(STRINGS ${PROJECT_SOURCE_DIR}/cmake/public-headers.txt qlsdk_public_headers REGEX "^[^#]")
+foreach(header IN LISTS qlsdk_public_headers)
+    set(component dev)
+    if(header MATCHES "/desktop/")
+        if(NOT QLSDK_BUILD_DESKTOP)
+            continue()
+        endif()
+        set(component desktop-dev)
+    endif()
+    cmake_path(GET header PARENT_PATH folder)
+    install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder}
+        COMPONENT ${component})
+endforeach()
 
 # Which kinds of the core library there are; the config file takes what it finds.
 get_target_property(core_type QLSDKCoreKit TYPE)
@@ -57,23 +59,19 @@ if(QLSDK_BOTH_KINDS)
     qlsdk_install_library(qlsdk_other_kind EXPORT ${other_export} RUNTIME runtime DEV dev)
 endif()
 qlsdk_install_library(QLSDKTesting EXPORT Testing RUNTIME runtime DEV dev)
-qlsdk_install_headers(dev QLSDKCoreKit desktop)
 
-# The version that the shared library tells the web service stands in the property list beside it, whose name has no
-# ".so": ldconfig would take it for a library.
+# The library's texts, which a host may replace: beside the shared library, under a name without ".so", because ldconfig
+# would take it for a library; and for hosts that link it statically, where programs of the same prefix look for them.
 if(core_export STREQUAL shared OR QLSDK_BOTH_KINDS)
-    set(library_list libqlsdkcorekit.${PROJECT_VERSION}.Info.plist)
-    configure_file(cmake/Library.Info.plist.in install/${library_list} @ONLY)
-    install(FILES ${PROJECT_BINARY_DIR}/install/${library_list}
-        DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime)
+    install(FILES cmake/qlsdkcorekit.en.strings.plist DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        RENAME libqlsdkcorekit.${PROJECT_VERSION}.en.strings.plist COMPONENT runtime)
 endif()
+install(FILES cmake/qlsdkcorekit.en.strings.plist DESTINATION ${CMAKE_INSTALL_DATADIR}/qlsdkcorekit COMPONENT dev)
 
-# What a static library is linked with. libcurl is no Requires: its own list for static linking names libraries
-# that its development package does not bring, and some that exist as shared ones only.
-set(core_requirements libcrypto libplist-2.0 liburiparser sqlite3)
-set(core_libraries -lcurl -lstdc++ -pthread -ldl)
-list(JOIN core_libraries " " core_libraries)
-list(JOIN core_requirements ", " core_requirements)
+# What a static library is linked with.
+list(JOIN qlsdk_core_flags " " core_libraries)
+string(APPEND core_libraries " -lstdc++ -pthread -ldl")
+list(JOIN qlsdk_core_modules ", " core_requirements)
 # Beside a shared library they are private, for `pkg-config --static`; where there is only the static one, every
 # program needs them.
 set(static_only "")
@@ -92,9 +90,9 @@ if(QLSDK_BUILD_DESKTOP)
     get_target_property(desktop_type QLSDKDesktop TYPE)
     set(desktop_requirements "")
     if(desktop_type STREQUAL STATIC_LIBRARY)
-        set(desktop_requirements ", gio-2.0, gio-unix-2.0, libsecret-1, fontconfig")
+        list(JOIN qlsdk_desktop_modules ", " desktop_requirements)
+        string(PREPEND desktop_requirements ", ")
     endif()
-    qlsdk_install_headers(desktop-dev QLSDKCoreKit/platform/desktop)
     qlsdk_install_pkgconfig(qlsdkcorekit-desktop desktop-dev)
 endif()
 

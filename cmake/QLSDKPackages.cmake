@@ -56,8 +56,7 @@ qlsdk_debian_package(runtime LIBRARY libqlsdkcorekit NAME ${core_runtime} SECTIO
 # Static linking takes the libraries that the adapters use, and those their pkg-config files name.
 qlsdk_debian_package(dev NAME libqlsdkcorekit-dev SECTION libdevel
     SUMMARY "core library of the Quillo kits, for development"
-    DEPENDS "${core_runtime} ${same_version}" libcurl4-openssl-dev libssl-dev libsqlite3-dev libplist-dev
-        liburiparser-dev zlib1g-dev)
+    DEPENDS "${core_runtime} ${same_version}" ${qlsdk_core_packages} zlib1g-dev)
 # The config file of a static library asks it.
 set(CPACK_DEBIAN_DEV_PACKAGE_RECOMMENDS pkg-config)
 set(workbench_needs "${core_runtime} ${same_version}")

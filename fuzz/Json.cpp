@@ -3,7 +3,8 @@
 #include "fuzz/Require.h"
 #include "fuzz/Targets.h"
 
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/values/Value.h"
+#include "QLSDKCoreKit/values/internal/JsonWriter.h"
 
 namespace qlsdk::fuzz {
 

@@ -1,19 +1,42 @@
 #include "fuzz/Targets.h"
 
+#include <algorithm>
+#include <filesystem>
 #include <random>
+#include <string>
 
 #include <gtest/gtest.h>
 
-#include "QLSDKCoreKit/platform/KeyedArchive.h"
+#include "QLSDKCoreKit/platform/Files.h"
+#include "QLSDKCoreKit/platform/Json.h"
 #include "QLSDKCoreKit/platform/PropertyList.h"
-#include "QLSDKCoreKit/platform/Value.h"
-#include "QLSDKCoreKit/platform/internal/testsupport/SampleRecord.h"
+#include "QLSDKCoreKit/values/KeyedArchive.h"
+#include "QLSDKCoreKit/values/Value.h"
+#include "QLSDKCoreKit/values/testing/SampleRecord.h"
 
 namespace qlsdk::fuzz {
 namespace {
 
-// The same mutations on every run: the engine's sequence is fixed by the language.
-void drive(void (*target)(DataView), const std::vector<Data>& seeds) {
+// Files as the library and the service write them. Without them a fuzzer stays at the front door.
+std::vector<Data> seedsIn(const std::string& folder) {
+    std::vector<std::string> paths;
+    for (const auto& file : std::filesystem::directory_iterator(QLSDK_FUZZ_SEEDS "/" + folder)) {
+        paths.push_back(file.path());
+    }
+    std::sort(paths.begin(), paths.end());
+    std::vector<Data> seeds;
+    for (const std::string& path : paths) seeds.push_back(platform::readFile(path, 1 << 20).value_or(Data()));
+    return seeds;
+}
+
+// The seeds are read as they are, by `isRead`, and then mutated: in the same way on every run, as the
+// engine's sequence is fixed by the language.
+void drive(void (*target)(DataView), bool (*isRead)(DataView), std::vector<Data> seeds,
+           const std::string& folder) {
+    for (Data& seed : seedsIn(folder)) seeds.push_back(std::move(seed));
+    ASSERT_GT(seeds.size(), 4U);
+    for (std::size_t i = 0; i < seeds.size(); ++i)
+        EXPECT_TRUE(isRead(seeds[i])) << "seed " << i << " of " << folder;
     std::mt19937 random(1);
     const auto below = [&random](std::size_t bound) { return static_cast<std::ptrdiff_t>(random() % bound); };
     for (int round = 0; round < 20000; ++round) {
@@ -55,18 +78,25 @@ TEST(FuzzTargets, KeyedArchiveHoldsUnderMutation) {
     record->child = everyKind();
     const platform::ArchivedObject object{std::shared_ptr<platform::Archivable>(record)};
     const platform::ArchivedObject list(platform::ArchivedObject::List{object, object, Value()});
-    drive(keyedArchive, {archiveRootObject(everyKind(), platform::RootClass::mutableDictionary),
-                         archiveRootObject(list, platform::RootClass::dictionary)});
+    drive(keyedArchive, isArchive,
+          {archiveRootObject(everyKind(), platform::RootClass::mutableDictionary),
+           archiveRootObject(list, platform::RootClass::dictionary)},
+          "keyed_archive");
 }
 
 TEST(FuzzTargets, PropertyListHoldsUnderMutation) {
-    drive(propertyList, {*platform::serializePropertyList(everyKind()),
-                         archiveRootObject(Value("x"), platform::RootClass::dictionary)});
+    const auto isRead = [](DataView bytes) { return platform::parsePropertyList(bytes).has_value(); };
+    drive(propertyList, isRead,
+          {*platform::serializePropertyList(everyKind()), *platform::serializePropertyList(Value("x"))},
+          "property_list");
 }
 
 TEST(FuzzTargets, JsonHoldsUnderMutation) {
-    drive(json, {dataOf(R"({"a":[1,-2.5e3,true,null,"\u00e9\ud83d\ude00"],"b":{"c":{}}})"),
-                 dataOf("[[[]],18446744073709551615]")});
+    const auto isRead = [](DataView bytes) { return platform::parseJson(bytes).has_value(); };
+    drive(json, isRead,
+          {dataOf(R"({"a":[1,-2.5e3,true,null,"\u00e9\ud83d\ude00"],"b":{"c":{}}})"),
+           dataOf("[[[]],18446744073709551615]")},
+          "json");
 }
 
 }  // namespace

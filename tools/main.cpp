@@ -3,9 +3,10 @@
 #include <iostream>
 #include <string>
 
-#include "Failure.h"
-#include "Subcommand.h"
+#include "tools/cli/Failure.h"
+#include "tools/commands/Commands.h"
 
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Log.h"
 
 namespace {
@@ -31,23 +32,22 @@ std::string overview(const std::vector<Subcommand>& subcommands) {
     return text + "\nExit status: 0 done, 1 failed, 2 wrong usage.\n";
 }
 
-std::string helpOf(const Subcommand& subcommand) {
-    std::string text = "Usage: quillkit " + std::string(subcommand.name) + " [OPTION]...";
-    if (!subcommand.operandNames.empty()) text += " " + std::string(subcommand.operandNames);
-    text += "\n\n" + std::string(subcommand.description) + "\nOptions:\n";
-    return text + describeOptions(subcommand.options) + "  --help                      print this text\n";
+/// On one line, whatever the argument that it repeats holds.
+void printError(std::string_view reason) {
+    std::cerr << "quillkit: " << qlsdk::platform::escapedForLog(reason) << '\n';
 }
 
-/// True for a "--help" that stands as an option, not as an operand behind "--".
-bool asksForHelp(std::span<const std::string_view> words) {
-    const auto end = std::find(words.begin(), words.end(), "--");
-    return std::find(words.begin(), end, "--help") != end;
+/// Why the library could not do what was asked of it, each thing once.
+void printDiagnostics() {
+    for (const qlsdk::platform::Diagnostic& diagnostic : qlsdk::platform::diagnostics()) {
+        std::string line = diagnosticLine(diagnostic);
+        if (diagnostic.times > 1) line += " (" + std::to_string(diagnostic.times) + " times)";
+        printError(line);
+    }
 }
 
 int run(std::span<const std::string_view> words) {
-    const std::vector<Subcommand> subcommands{quillkit::collectCommand(), quillkit::sendCommand(),
-                                              quillkit::configCommand(),  quillkit::linkCommand(),
-                                              quillkit::probeCommand(),   quillkit::inspectCommand()};
+    const std::vector<Subcommand> subcommands = quillkit::allSubcommands();
     if (words.empty()) throw quillkit::UsageError("a subcommand is missing");
     if (words[0] == "--help") {
         std::cout << overview(subcommands);
@@ -62,11 +62,7 @@ int run(std::span<const std::string_view> words) {
     if (found == subcommands.end()) {
         throw quillkit::UsageError("unknown subcommand '" + std::string(words[0]) + "'");
     }
-    if (asksForHelp(words.subspan(1))) {
-        std::cout << helpOf(*found);
-        return 0;
-    }
-    return found->run(quillkit::Arguments(found->options, found->operandCount, words.subspan(1)));
+    return runSubcommand(*found, words.subspan(1));
 }
 
 /// A pipe that the reader closed and a full disk are failures, not silence.
@@ -76,21 +72,19 @@ int flushed(int status) {
     throw quillkit::Failure("cannot write to standard output");
 }
 
-/// On one line, whatever the argument that it repeats holds.
-void printError(std::string_view reason) {
-    std::cerr << "quillkit: " << qlsdk::platform::escapedForLog(reason) << '\n';
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
         const std::vector<std::string_view> words(argv + std::min(argc, 1), argv + argc);
-        return flushed(run(words));
+        const int status = flushed(run(words));
+        printDiagnostics();
+        return status;
     } catch (const quillkit::UsageError& error) {
         printError(std::string(error.what()) + " (see quillkit --help)");
         return kExitUsage;
     } catch (const std::exception& error) {
+        printDiagnostics();
         printError(error.what());
         return kExitFailure;
     }

@@ -2,6 +2,7 @@
  * see. */
 
 #include <poll.h>
+#include <stdio.h>
 #include <string.h>
 
 #include "QLSDKCoreKit/c/QLSDK.h"
@@ -31,6 +32,14 @@ static void consentChanged(void* context) {
     ++report->consentChanges;
 }
 
+static void hear(const QLSDKDiagnostic* diagnostic, void* context) {
+    CHostReport* report = context;
+    if (diagnostic->kind != QLSDKDiagnosticFailedWrite) return;
+    report->failureTimes = (int)diagnostic->times;
+    (void)snprintf(report->failure, sizeof report->failure, "%d %s %d %s %s", (int)diagnostic->kind,
+                   diagnostic->cause, (int)diagnostic->errorNumber, diagnostic->path, diagnostic->detail);
+}
+
 void cHostLives(const char* home, CHostReport* report) {
     const QLSDKInfoEntry info[] = {{"CFBundleIdentifier", "com.example.chost"},
                                    {"CFBundleVersion", "3.0"},
@@ -47,6 +56,8 @@ void cHostLives(const char* home, CHostReport* report) {
     options.dryRun = takeRequest;
     options.dryRunContext = report;
     options.longestRetryDelayMillis = 60000;
+    options.diagnostics = hear;
+    options.diagnosticsContext = report;
     report->started = (int)QLSDKStart(&options);
     report->startedAgain = (int)QLSDKStart(NULL);
 

@@ -18,6 +18,11 @@ using qlsdk::platform::testing::FakePlatform;
 TEST(CFacade, CarriesAHostInC) {
     const qlsdk::platform::testing::TemporaryDirectories home;
     CHostReport report{};
+    const auto fail = [] {
+        qlsdk::platform::reportDiagnostic(
+            {qlsdk::platform::DiagnosticKind::failedWrite, "cut", 28, "/a", "late"});
+    };
+    fail();
     cHostLives(home.path().c_str(), &report);
     EXPECT_EQ(report.started, QLSDKStarted);
     EXPECT_EQ(report.startedAgain, QLSDKStartedBefore);
@@ -34,6 +39,15 @@ TEST(CFacade, CarriesAHostInC) {
     EXPECT_EQ(report.metrics.accepted, 2u);
     EXPECT_EQ(report.metrics.discarded, 1u);
     EXPECT_EQ(report.total.accepted, 3u);
+    EXPECT_STREQ(report.failure, "8 cut 28 /a late");
+    EXPECT_EQ(report.failureTimes, 1);
+    fail();
+    std::uint64_t times = 0;
+    const auto add = [](const QLSDKDiagnostic* each, void* context) {
+        if (each->kind == QLSDKDiagnosticFailedWrite) *static_cast<std::uint64_t*>(context) += each->times;
+    };
+    EXPECT_EQ(QLSDKReadDiagnostics(add, &times), QLSDKReadDiagnostics(nullptr, nullptr));
+    EXPECT_EQ(times, 2u);
 }
 
 struct NullCase {
@@ -80,6 +94,19 @@ TEST(CFacade, HasAnOutcomeForEveryNull) {
     EXPECT_EQ(fakes.urlSession->requests().size(), 2u) << "the heartbeat and the configuration; no metric";
     QLSDKSetConsent(77, nullptr, nullptr);
     EXPECT_EQ(QLSDKGetConsent(), QLSDKConsentRefused) << "what nobody knows is no consent";
+}
+
+TEST(CFacade, FlushesTheQueuesAndTellsNobodyElse) {
+    const FakePlatform fakes;
+    ASSERT_TRUE(fakes.install());
+    int heard = 0;
+    qlsdk::platform::current().notificationCenter->addObserver(qlsdk::platform::kWillResignActiveNotification,
+                                                               [&heard] { ++heard; });
+    QLSDKAddCount(1, "waiting for nine more");
+    QLSDKFlush();
+    fakes.queues->runUntilIdle();
+    EXPECT_EQ(fakes.urlSession->requests().size(), 2u) << "the configuration and the metric";
+    EXPECT_EQ(heard, 0) << "the host does not become inactive";
 }
 
 TEST(CFacade, GivesTextsWholeOrNotAtAll) {

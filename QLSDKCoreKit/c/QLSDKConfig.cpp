@@ -1,8 +1,7 @@
-#include "QLSDKCoreKit/c/QLSDKConfig.h"
-
 #include <memory>
 #include <utility>
 
+#include "QLSDKCoreKit/c/QLSDK.h"
 #include "QLSDKCoreKit/c/internal/Facade.h"
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigManager.h"
 
@@ -29,11 +28,12 @@ KeyPath keyPath(const char* const* keys, std::size_t keyCount) {
 }  // namespace
 
 void QLSDKUpdateConfig(void (*callback)(bool success, void* context), void* context) {
-    qlsdk::runSwallowing([=] {
+    const auto owed = qlsdk::owedTo(callback, context);
+    if (owed == nullptr) return;
+    qlsdk::runSwallowing([&owed] {
         qlsdk::QLSDKDynamicConfigManager::shared().updateIfNecessary(
-            std::make_shared<const qlsdk::DynamicConfigCallback>([callback, context](bool success) {
-                if (callback != nullptr) callback(success, context);
-            }));
+            std::make_shared<const qlsdk::DynamicConfigCallback>(
+                [owed](bool success) { owed->give(success); }));
     });
 }
 

@@ -1,9 +1,8 @@
-#include "QLSDKCoreKit/c/QLSDKEvents.h"
-
+#include "QLSDKCoreKit/c/QLSDK.h"
 #include "QLSDKCoreKit/c/internal/Facade.h"
+#include "QLSDKCoreKit/control/ConsentGate.h"
 #include "QLSDKCoreKit/events/QLSDKHeartbeatEventsQueue.h"
 #include "QLSDKCoreKit/events/QLSDKOperationalMetricsQueue.h"
-#include "QLSDKCoreKit/platform/Platform.h"
 
 using qlsdk::runSwallowing;
 
@@ -26,7 +25,5 @@ void QLSDKAddLatency(int64_t latencyMillis, const char* name) {
 }
 
 void QLSDKFlush() {
-    runSwallowing([] {
-        qlsdk::platform::current().notificationCenter->post(qlsdk::platform::kWillResignActiveNotification);
-    });
+    runSwallowing([] { qlsdk::platform::consentGate().flush(); });
 }

@@ -1,13 +1,14 @@
-#include "QLSDKCoreKit/c/QLSDKHost.h"
-
 #include <algorithm>
 #include <utility>
 #include <vector>
 
+#include "QLSDKCoreKit/c/QLSDK.h"
+#include "QLSDKCoreKit/c/internal/Diagnostics.h"
 #include "QLSDKCoreKit/c/internal/Facade.h"
 #include "QLSDKCoreKit/c/internal/HostPlatform.h"
+#include "QLSDKCoreKit/control/Consent.h"
+#include "QLSDKCoreKit/control/DeliveryCounters.h"
 #include "QLSDKCoreKit/core/QLSDKClientSetup.h"
-#include "QLSDKCoreKit/platform/DeliveryCounters.h"
 #include "QLSDKCoreKit/storage/QLSDKInstallation.h"
 
 namespace {
@@ -64,6 +65,12 @@ platform::HostControls controlsOf(const QLSDKStartOptions& options) {
             handOver(request, sink, context);
         };
     }
+    if (options.diagnostics != nullptr) {
+        controls.diagnostics = [tell = options.diagnostics,
+                                context = options.diagnosticsContext](const auto& diagnostic) {
+            qlsdk::giveDiagnostic(diagnostic, tell, context);
+        };
+    }
     if (options.longestRetryDelayMillis > 0) {
         controls.longestRetryDelay = std::chrono::milliseconds(options.longestRetryDelayMillis);
     }
@@ -77,13 +84,14 @@ QLSDKDeliveryCounts named(const platform::DeliveryCounts& counts) noexcept {
             .refusedByServer = counts[Delivery::refusedByServer],
             .filtered = counts[Delivery::filtered],
             .lostToFailedWrite = counts[Delivery::lostToFailedWrite],
-            .discarded = counts[Delivery::discarded]};
+            .discarded = counts[Delivery::discarded],
+            .heldBack = counts[Delivery::heldBack]};
 }
 
 }  // namespace
 
 QLSDKStartResult QLSDKStart(const QLSDKStartOptions* options) {
-    return answerOr(QLSDKStartFailed, [options] {
+    const QLSDKStartResult result = answerOr(QLSDKStartFailed, [options] {
         const QLSDKStartOptions given = options != nullptr ? *options : QLSDKStartOptions{};
         platform::Platform wanted = qlsdk::platformFor(given);
         wanted.controls = controlsOf(given);
@@ -92,6 +100,13 @@ QLSDKStartResult QLSDKStart(const QLSDKStartOptions* options) {
         (void)qlsdk::QLSDKClientSetup::sharedInstance();
         return QLSDKStarted;
     });
+    if (result == QLSDKStartFailed) {
+        platform::reportDiagnostic({platform::DiagnosticKind::resources, "no memory to start the library"});
+    } else if (result == QLSDKStartedBefore) {
+        platform::reportDiagnostic({platform::DiagnosticKind::invalidOption,
+                                    "the library has been used before: the start options have no effect"});
+    }
+    return result;
 }
 
 bool QLSDKWaitUntilIdle(int64_t timeoutMillis) {
@@ -117,11 +132,14 @@ QLSDKConsent QLSDKGetConsent() {
 }
 
 void QLSDKSetConsent(QLSDKConsent consent, void (*done)(void* context), void* context) {
-    runSwallowing([=] {
-        platform::setConsent(consentOf(consent), [done, context] {
-            if (done != nullptr) done(context);
-        });
+    const auto notify = [done, context] {
+        if (done != nullptr) done(context);
+    };
+    const bool isTaken = answerOr(false, [&] {
+        platform::setConsent(consentOf(consent), notify);
+        return true;
     });
+    if (!isTaken) notify();
 }
 
 bool QLSDKReadDeliveryCounts(const char* archiveOrEndpoint, QLSDKDeliveryCounts* counts) {

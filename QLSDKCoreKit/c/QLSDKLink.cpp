@@ -1,8 +1,7 @@
-#include "QLSDKCoreKit/c/QLSDKLink.h"
-
 #include <optional>
 #include <string_view>
 
+#include "QLSDKCoreKit/c/QLSDK.h"
 #include "QLSDKCoreKit/c/internal/Facade.h"
 #include "QLSDKCoreKit/deeplink/QLSDKDeepLinker.h"
 #include "QLSDKCoreKit/platform/Json.h"
@@ -53,10 +52,10 @@ size_t QLSDKMakeLink(const QLSDKLink* link, char* buffer, size_t capacity) {
 }
 
 void QLSDKOpenLink(const QLSDKLink* link, void (*callback)(bool success, void* context), void* context) {
-    const auto tell = [callback, context](bool success) {
-        if (callback != nullptr) callback(success, context);
-    };
-    qlsdk::runSwallowing([&] {
+    const auto owed = qlsdk::owedTo(callback, context);
+    if (owed == nullptr) return;
+    qlsdk::runSwallowing([link, &owed] {
+        const auto tell = [owed](bool success) { owed->give(success); };
         if (const auto linker = linkerOf(link)) return linker->connectWithFpAuth(link->withFingerprint, tell);
         qlsdk::platform::current().queues->mainQueue()->async([tell] { tell(false); });
     });

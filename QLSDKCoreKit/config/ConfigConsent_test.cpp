@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "QLSDKCoreKit/config/QLSDKDynamicConfigArchive.h"
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigManager.h"
+#include "QLSDKCoreKit/control/Consent.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/HostControls.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
@@ -15,9 +18,10 @@ constexpr std::string_view kBody = R"({"data":{"config":{"a":{"b":1}}}})";
 
 class ConfigConsent : public ::testing::Test {
   protected:
-    void start(Consent consent) {
+    void start(Consent consent, platform::DryRunSink dryRun = nullptr) {
         platform::Platform platform = fakes.platform();
         platform.controls.consent = consent;
+        platform.controls.dryRun = std::move(dryRun);
         ASSERT_EQ(platform::install(std::move(platform)), platform::InstallResult::installed);
         manager = QLSDKDynamicConfigManager::create({}, "1.0");
     }
@@ -83,6 +87,15 @@ TEST_F(ConfigConsent, AManagerThatGoesWhileItWaitsAnswersItsCallbacks) {
     EXPECT_EQ(heard, "n");
     say(Consent::granted);
     EXPECT_TRUE(fakes.urlSession->requests().empty());
+}
+
+TEST_F(ConfigConsent, ADryRunEndsTheFetchAndBlamesNoServer) {
+    int seen = 0;
+    start(Consent::granted, [&seen](const platform::UrlRequest&) { ++seen; });
+    update();
+    EXPECT_EQ(heard, "n");
+    EXPECT_EQ(seen, 1);
+    EXPECT_TRUE(platform::diagnostics().empty());
 }
 
 }  // namespace

@@ -1,11 +1,14 @@
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigArchive.h"
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <utility>
 
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Files.h"
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
 
 namespace qlsdk {
 
@@ -40,6 +43,10 @@ std::optional<DynamicConfigEntities> unarchived(DataView bytes) {
     return entities;
 }
 
+void tell(platform::DiagnosticKind kind, const char* cause, int errorNumber, const std::string& path) {
+    platform::reportDiagnostic({.kind = kind, .cause = cause, .errorNumber = errorNumber, .path = path});
+}
+
 }  // namespace
 
 bool QLSDKDynamicConfigArchive::archiveSync(
@@ -49,8 +56,16 @@ bool QLSDKDynamicConfigArchive::archiveSync(
         if (!entities || !path) return false;
         const Data bytes = archived(*entities);
         // What could not be read again would not be stored, whatever the write says.
-        if (bytes.empty() || bytes.size() > kCeilingBytes) return false;
-        return platform::replaceFile(*path, bytes);
+        if (bytes.empty() || bytes.size() > kCeilingBytes) {
+            tell(platform::DiagnosticKind::failedWrite, "the configuration is too large to be kept", 0,
+                 *path);
+            return false;
+        }
+        platform::removeAbandonedTemporaries(*path);
+        if (platform::replaceFile(*path, bytes)) return true;
+        if (platform::makeDirectoryOf(*path) && platform::replaceFile(*path, bytes)) return true;
+        tell(platform::DiagnosticKind::failedWrite, "the configuration could not be kept", errno, *path);
+        return false;
     } catch (...) {
         // Without the memory for an archive nothing is stored, and that is what is said.
         return false;
@@ -60,19 +75,28 @@ bool QLSDKDynamicConfigArchive::archiveSync(
 std::optional<DynamicConfigEntities> QLSDKDynamicConfigArchive::unarchiveSync() const {
     const std::optional<std::string>& path = _archivePath();
     if (!path) return std::nullopt;
-    const std::optional<Data> bytes = platform::readFile(*path, kCeilingBytes);
+    const platform::FileContent content = platform::readFileContent(*path, kCeilingBytes);
     // On purpose: reading consumes the file, also one that cannot be read or decoded.
     platform::removeFile(*path);
-    return bytes ? unarchived(*bytes) : std::nullopt;
+    if (content.outcome == platform::FileOutcome::absent) return std::nullopt;
+    // One that could only be emptied holds nothing.
+    if (content.outcome == platform::FileOutcome::read && content.bytes.empty()) return std::nullopt;
+    std::optional<DynamicConfigEntities> entities = unarchived(content.bytes);
+    if (!entities) {
+        tell(content.outcome == platform::FileOutcome::unreadable ? platform::DiagnosticKind::unreadableFile
+                                                                  : platform::DiagnosticKind::damagedFile,
+             "the stored configuration cannot be read", content.errorNumber, *path);
+    }
+    return entities;
 }
 
 const std::optional<std::string>& QLSDKDynamicConfigArchive::_archivePath() {
-    static const auto& path = *new std::optional<std::string>([]() -> std::optional<std::string> {
+    static constinit platform::ForkSafeOnce<std::optional<std::string>> path;
+    return path.get([]() -> std::optional<std::string> {
         const std::optional<std::string> directory = platform::current().directories->cachesDirectory();
         if (!directory) return std::nullopt;
         return *directory + "/qlsdk-dynamic-config.plist";
-    }());
-    return path;
+    });
 }
 
 }  // namespace qlsdk

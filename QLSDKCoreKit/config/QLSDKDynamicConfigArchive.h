@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigEntity.h"
-#include "QLSDKCoreKit/platform/Export.h"
 
 namespace qlsdk {
 

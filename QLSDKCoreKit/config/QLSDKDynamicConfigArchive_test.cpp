@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 
 #include "QLSDKCoreKit/platform/Files.h"
-#include "QLSDKCoreKit/platform/internal/testsupport/Python.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
+#include "QLSDKCoreKit/values/testing/Python.h"
 
 namespace qlsdk {
 namespace {
@@ -140,12 +140,19 @@ TEST_F(QLSDKDynamicConfigArchiveTest, RefusesWhatItCouldNotReadAgainAndKeepsTheO
     EXPECT_TRUE(stored->contains("old"));
 }
 
-TEST(QLSDKDynamicConfigArchive, SaysWhenTheWriteFails) {
-    const platform::testing::FakePlatform fakes;
-    std::filesystem::remove(fakes.directories->path());
-    ASSERT_TRUE(fakes.install());
-    EXPECT_FALSE(QLSDKDynamicConfigArchive().archiveSync(DynamicConfigEntities()));
-    EXPECT_FALSE(QLSDKDynamicConfigArchive().unarchiveSync());
+TEST_F(QLSDKDynamicConfigArchiveTest, MakesItsDirectoryAgainAndSaysWhenTheWriteFails) {
+    const std::string directory = fakes.directories->path();
+    std::filesystem::remove(directory);
+    ASSERT_TRUE(platform::replaceFile(directory, {}));
+    EXPECT_FALSE(archive.archiveSync(DynamicConfigEntities()));
+    std::filesystem::remove(directory);
+    EXPECT_TRUE(archive.archiveSync(DynamicConfigEntities()));
+    EXPECT_TRUE(platform::fileExists(path()));
+    EXPECT_EQ(std::filesystem::status(directory).permissions(), std::filesystem::perms::owner_all);
+    ASSERT_TRUE(platform::replaceFile(path() + ".qlsdk~aB3dE9", {}));
+    EXPECT_TRUE(archive.archiveSync(DynamicConfigEntities()));
+    EXPECT_FALSE(platform::fileExists(path() + ".qlsdk~aB3dE9")) << "a killed writer's";
+    EXPECT_TRUE(archive.unarchiveSync());
 }
 
 TEST(QLSDKDynamicConfigArchive, StoresNothingWithoutACachesDirectory) {

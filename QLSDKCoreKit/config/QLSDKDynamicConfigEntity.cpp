@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "QLSDKCoreKit/platform/KeyedCoder.h"
+#include "QLSDKCoreKit/values/KeyedCoder.h"
 
 namespace qlsdk {
 

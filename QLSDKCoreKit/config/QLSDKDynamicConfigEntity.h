@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/KeyedArchive.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/KeyedArchive.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 

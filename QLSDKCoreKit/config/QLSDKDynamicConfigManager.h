@@ -1,20 +1,12 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <optional>
-#include <set>
 #include <string>
 
-#include "QLSDKCoreKit/config/QLSDKDynamicConfigArchive.h"
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigEntity.h"
-#include "QLSDKCoreKit/platform/ConsentGate.h"
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Queues.h"
-#include "QLSDKCoreKit/platform/UrlSession.h"
-#include "QLSDKCoreKit/platform/Value.h"
 
 namespace qlsdk {
 
@@ -31,6 +23,8 @@ enum QLSDKDynamicConfigState : std::int64_t {
 /// Told whether the one fetch succeeded, on the manager's queue. What it throws is swallowed.
 using DynamicConfigCallback = std::function<void(bool success)>;
 
+class QLSDKDynamicConfigArchive;
+
 /// Fetches the remote configuration from "/v1/config", at most once in its life, and hands out what was
 /// fetched. The client setup starts the shared manager's fetch; feature kits may ask for it, too.
 ///
@@ -41,8 +35,7 @@ using DynamicConfigCallback = std::function<void(bool success)>;
 ///
 /// While the host's consent (platform/HostControls.h) is undecided the fetch waits for it and the callbacks
 /// with it. While it is refused, callbacks hear false and the one fetch is not used up.
-class QLSDK_EXPORT QLSDKDynamicConfigManager final
-    : public std::enable_shared_from_this<QLSDKDynamicConfigManager> {
+class QLSDK_EXPORT QLSDKDynamicConfigManager final {
   public:
     /// The one instance of the process, made by `create()` on first use and never destroyed. Any thread.
     [[nodiscard]] static QLSDKDynamicConfigManager& shared();
@@ -50,7 +43,8 @@ class QLSDK_EXPORT QLSDKDynamicConfigManager final
     /// A manager of its own for the version of the library's bundle: the program's own where the library is
     /// linked into it, empty where the bundle names none.
     [[nodiscard]] static std::shared_ptr<QLSDKDynamicConfigManager> create();
-    /// `kitVersion` is what the server is told.
+    /// `kitVersion` is what the server is told. For the library's own tests: the archive's type is not
+    /// installed.
     [[nodiscard]] static std::shared_ptr<QLSDKDynamicConfigManager> create(QLSDKDynamicConfigArchive archive,
                                                                            std::string kitVersion);
 
@@ -62,7 +56,8 @@ class QLSDK_EXPORT QLSDKDynamicConfigManager final
     /// also from inside a callback; returns at once. `callback` is called once with the fetch's outcome;
     /// after that fetch each call of this function calls it once more with the same answer. Callbacks have
     /// identity: the same object given twice while the fetch lasts is called once. In no order. A null
-    /// pointer and an empty function are ignored, and start nothing.
+    /// pointer and an empty function are ignored, and start nothing. Without the memory for it, `callback`
+    /// hears false, perhaps on the calling thread or with the next call of this function.
     void updateIfNecessary(std::shared_ptr<const DynamicConfigCallback> callback);
 
     /// The stored configuration called `name`, or null. Reads the archive file on the calling thread, any
@@ -72,44 +67,19 @@ class QLSDK_EXPORT QLSDKDynamicConfigManager final
         const std::string& name) const;
 
     /// Atomic; any thread. The setters override the manager's own bookkeeping; nothing is fetched or called.
-    [[nodiscard]] QLSDKDynamicConfigState state() const noexcept { return state_; }
-    void setState(QLSDKDynamicConfigState state) noexcept { state_ = state; }
+    [[nodiscard]] QLSDKDynamicConfigState state() const noexcept;
+    void setState(QLSDKDynamicConfigState state) noexcept;
     /// False until a fetch has succeeded.
-    [[nodiscard]] bool wasFetchFromNetworkSuccessful() const noexcept {
-        return wasFetchFromNetworkSuccessful_;
-    }
-    void setWasFetchFromNetworkSuccessful(bool successful) noexcept {
-        wasFetchFromNetworkSuccessful_ = successful;
-    }
+    [[nodiscard]] bool wasFetchFromNetworkSuccessful() const noexcept;
+    void setWasFetchFromNetworkSuccessful(bool successful) noexcept;
 
   private:
-    /// Hears what was fetched, absent for a failed fetch; exactly once, on any thread.
-    using FetchCompletion = std::function<void(const std::optional<DynamicConfigEntities>& entities)>;
+    class Core;
 
-    QLSDKDynamicConfigManager(QLSDKDynamicConfigArchive archive, std::string kitVersion);
+    explicit QLSDKDynamicConfigManager(std::shared_ptr<Core> core) noexcept;
 
-    void update(std::shared_ptr<const DynamicConfigCallback> callback);
-    void awaitConsent();
-    void fetchIfConsented();
-    void answerCallbacks(bool success);
-    void _fetchLatestConfig(FetchCompletion completion) const;
-    [[nodiscard]] std::optional<platform::UrlRequest> fetchRequest() const;
-    void _handleFetchCompletion(const std::optional<DynamicConfigEntities>& entities);
-    [[nodiscard]] static std::optional<DynamicConfigEntities> entitiesIn(const platform::UrlResult& result);
-    [[nodiscard]] static DynamicConfigEntities _parseJsonConfig(const Dictionary& config);
-
-    // Set once in the constructor.
-    const QLSDKDynamicConfigArchive configArchive_;
-    const std::string kitVersion_;
-    const std::shared_ptr<platform::SerialQueue> queue_;
-
-    // Written on `queue_` and by the setters.
-    std::atomic<QLSDKDynamicConfigState> state_{QLSDKDynamicConfigStateIdle};
-    std::atomic<bool> wasFetchFromNetworkSuccessful_{false};
-
-    // Belong to `queue_`.
-    std::set<std::shared_ptr<const DynamicConfigCallback>> updateCallbacks_;
-    platform::ConsentGate::KeeperId keeper_ = 0;
+    /// Shared with the fetch under way, whose callbacks are called whatever becomes of this.
+    const std::shared_ptr<Core> core_;
 };
 
 }  // namespace qlsdk

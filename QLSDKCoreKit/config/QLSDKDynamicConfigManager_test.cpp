@@ -5,13 +5,16 @@
 #include <barrier>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 
-#include "QLSDKCoreKit/network/QLTokenSealing.h"
+#include "QLSDKCoreKit/config/QLSDKDynamicConfigArchive.h"
+#include "QLSDKCoreKit/network/QLSDKPayload.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Files.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
@@ -174,9 +177,23 @@ TEST_F(QLSDKDynamicConfigManagerTest, TreatsEveryOtherAnswerAsAFailedFetch) {
     EXPECT_THAT(heard, ElementsAre("a failure"));
 }
 
+// The session's thread has half the stack of the queue's, so that it must not even look at a deep answer.
+TEST_F(QLSDKDynamicConfigManagerTest, LooksAtAnAnswerOnItsQueueAlone) {
+    const auto complaints = [] { return platform::diagnostics().size(); };
+    update(listener("a"));
+    const std::string deepest = std::string(510, '[') + std::string(510, ']');
+    ASSERT_TRUE(fakes.urlSession->answer(200, {}, R"({"data":{"config":)" + deepest + "}}"));
+    EXPECT_EQ(complaints(), 0U) << "it has been parsed on the thread that brought it";
+    run();
+    EXPECT_EQ(complaints(), 1U);
+    EXPECT_THAT(heard, ElementsAre("a failure"));
+}
+
 TEST_F(QLSDKDynamicConfigManagerTest, ReportsAnAnswerThatCouldNotBeStoredAsFailed) {
     update(listener("a"));
+    // A directory would be made again; there is no room for one.
     std::filesystem::remove_all(fakes.directories->path());
+    std::ofstream(fakes.directories->path()).put('x');
     answer(200, kGoodBody);
     EXPECT_THAT(heard, ElementsAre("a failure"));
     EXPECT_FALSE(manager->wasFetchFromNetworkSuccessful());
@@ -278,7 +295,7 @@ class KitVersionTest : public ::testing::TestWithParam<const char*> {};
 TEST_P(KitVersionTest, IsThatOfTheLibrarysOwnBundle) {
     const FakePlatform fakes;
     const std::string version = GetParam();
-    fakes.bundles->setKit(version.empty() ? Dictionary() : Dictionary{{"CFBundleVersion", version}});
+    fakes.bundles->setLibrary(version.empty() ? Dictionary() : Dictionary{{"CFBundleVersion", version}});
     ASSERT_TRUE(fakes.install());
     QLSDKDynamicConfigManager::shared().updateIfNecessary(
         std::make_shared<const DynamicConfigCallback>([](bool) {}));

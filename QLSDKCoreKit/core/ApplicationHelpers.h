@@ -2,8 +2,10 @@
 
 #include <memory>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/platform/Application.h"
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/platform/Fonts.h"
+#include "QLSDKCoreKit/platform/NotificationCenter.h"
 #include "QLSDKCoreKit/platform/Url.h"
 
 namespace qlsdk {
@@ -23,5 +25,23 @@ QLSDK_EXPORT void openURL(const platform::Url& url, platform::OpenCompletion com
 /// tab containers are not entered. Null without a key window. A chain that runs in a circle is left after
 /// 1000 steps, with the controller reached by then.
 [[nodiscard]] QLSDK_EXPORT std::shared_ptr<platform::ViewController> topViewController();
+
+// The fonts that the client setup names, at `pointSize` points. Null when the system does not know the name:
+// there is no fallback to another font. Any thread.
+
+[[nodiscard]] QLSDK_EXPORT std::shared_ptr<const platform::Font> qlsdkRegularFontOfSize(double pointSize);
+[[nodiscard]] QLSDK_EXPORT std::shared_ptr<const platform::Font> qlsdkBoldFontOfSize(double pointSize);
+
+/// The library's own notification center, so that its notifications never reach the observers of the
+/// process's default one. Made on first use, never destroyed. Any thread.
+[[nodiscard]] QLSDK_EXPORT platform::NotificationCenter& qlsdkCenter();
+
+// Hooks for any view controller that a development build fills with its tweaks screen. Main queue.
+
+/// Lets the user open the tweaks screen by a gesture. Does nothing in this build.
+inline void addTweaksGesture(platform::ViewController&) {}
+
+/// Shows the tweaks screen. Does nothing in this build.
+inline void showTweaksViewController(platform::ViewController&) {}
 
 }  // namespace qlsdk

@@ -5,7 +5,6 @@
 
 #include <gmock/gmock.h>
 
-#include "QLSDKCoreKit/core/NotificationCenterHelpers.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace qlsdk {

@@ -1,11 +1,10 @@
-#include "QLSDKCoreKit/core/DataHelpers.h"
-
 #include <algorithm>
 #include <cerrno>
 
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/core/internal/Assertion.h"
 #include "QLSDKCoreKit/platform/Crypto.h"
-#include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/Random.h"
 
 namespace qlsdk {
 
@@ -29,7 +28,7 @@ std::optional<Data> ql_dataWithBase64UrlEncodedString(std::string_view text) {
     std::string standard(text);
     std::replace(standard.begin(), standard.end(), '-', '+');
     std::replace(standard.begin(), standard.end(), '_', '/');
-    // on purpose: padding is removed although the decoder requires it; callers rely on which texts fail.
+    // On purpose: padding is removed although the decoder requires it; callers rely on which texts fail.
     std::erase(standard, '=');
     return ql_dataWithBase64EncodedString(standard);
 }
@@ -51,10 +50,9 @@ std::optional<std::string> ql_sha256Base64Url(DataView data) {
 
 Data ql_randomDataWithSize(std::size_t size) {
     Data bytes(size, 0);
-    const int result = platform::current().random->copyBytes(bytes);
-    if (result != 0) {
+    if (!platform::copyRandomBytes(bytes)) {
         const int reason = errno;
-        // on purpose: the caller gets zeros instead of an error; half-filled bytes would only look random.
+        // On purpose: the caller gets zeros instead of an error; half-filled bytes would only look random.
         std::fill(bytes.begin(), bytes.end(), std::uint8_t{0});
         reportFailedAssertion("+[NSData(Helpers) ql_randomDataWithSize:]", "result == 0",
                               "Unable to generate random bytes: " + std::to_string(reason));

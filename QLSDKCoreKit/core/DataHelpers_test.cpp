@@ -1,8 +1,6 @@
-#include "QLSDKCoreKit/core/DataHelpers.h"
-
 #include <gmock/gmock.h>
 
-#include "QLSDKCoreKit/core/StringHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/core/Uuid.h"
 #include "QLSDKCoreKit/core/internal/RecordingLogger_test.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"

@@ -1,7 +1,6 @@
-#include "QLSDKCoreKit/core/DateHelpers.h"
-
 #include <cmath>
 
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 
 namespace qlsdk {

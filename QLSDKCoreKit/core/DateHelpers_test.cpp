@@ -1,9 +1,8 @@
-#include "QLSDKCoreKit/core/DateHelpers.h"
-
 #include <limits>
 
 #include <gtest/gtest.h>
 
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace qlsdk {

@@ -1,5 +1,4 @@
-#include "QLSDKCoreKit/core/FontHelpers.h"
-
+#include "QLSDKCoreKit/core/ApplicationHelpers.h"
 #include "QLSDKCoreKit/core/QLSDKClientSetup.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 

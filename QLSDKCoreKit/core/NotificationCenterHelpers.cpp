@@ -1,10 +1,11 @@
-#include "QLSDKCoreKit/core/NotificationCenterHelpers.h"
+#include "QLSDKCoreKit/core/ApplicationHelpers.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
 
 namespace qlsdk {
 
 platform::NotificationCenter& qlsdkCenter() {
-    static platform::NotificationCenter& center = *new platform::NotificationCenter;
-    return center;
+    static constinit platform::ForkSafeOnce<platform::NotificationCenter> center;
+    return center.get([] { return platform::NotificationCenter(); });
 }
 
 }  // namespace qlsdk

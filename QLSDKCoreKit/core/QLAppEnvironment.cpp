@@ -1,12 +1,14 @@
 #include "QLSDKCoreKit/core/QLAppEnvironment.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <string>
 
-#include "QLSDKCoreKit/platform/InternedText.h"
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
+#include "QLSDKCoreKit/platform/internal/InternedText.h"
 
 namespace {
 
@@ -34,8 +36,11 @@ bool isRunningTests() {
 }
 
 [[noreturn]] void failAssertion() {
-    qlsdk::platform::logLine(
-        "Assertion failed: (junk == 0), function QLIsRunningWithDebugger, file QLAppEnvironment, line 70.");
+    constexpr const char* kFailure =
+        "Assertion failed: (junk == 0), function QLIsRunningWithDebugger, file QLAppEnvironment, line 70.";
+    // First where nothing can go wrong any more: whoever looks for the end of this process looks here, too.
+    std::fprintf(stderr, "%s\n", kFailure);
+    qlsdk::platform::logLine(kFailure);
     std::abort();
 }
 
@@ -60,7 +65,7 @@ std::string architecture(std::uint32_t type, std::uint32_t subtype) {
             return armName(subtype);
         case kCpuTypeX86_64:
             return "x86_64";
-        // on purpose: 64-bit ARM (0x0100000C) is "Unknown", because that is what devices have always
+        // On purpose: 64-bit ARM (0x0100000C) is "Unknown", because that is what devices have always
         // reported.
         default:
             return "Unknown";
@@ -70,18 +75,20 @@ std::string architecture(std::uint32_t type, std::uint32_t subtype) {
 }  // namespace
 
 bool QLIsRunningTests() {
-    static const bool answer = answerOr(false, isRunningTests);
-    return answer;
+    static constinit qlsdk::platform::ForkSafeOnce<bool> answer;
+    return answerOr(false, [] { return answer.get(isRunningTests); });
 }
 
 bool QLIsRunningExtension() {
-    static const bool answer =
-        answerOr(false, [] { return current().bundles->mainBundle()->path().ends_with(".appex"); });
-    return answer;
+    static constinit qlsdk::platform::ForkSafeOnce<bool> answer;
+    return answerOr(false, [] {
+        return answer.get([] { return current().bundles->mainBundle()->path().ends_with(".appex"); });
+    });
 }
 
 bool QLIsRunningWithDebugger() {
-    const auto junkAndFlags = current().process->processRecord();
+    const auto junkAndFlags =
+        answerOr(qlsdk::platform::ProcessRecord{}, [] { return current().process->processRecord(); });
     if (junkAndFlags.result != 0) failAssertion();
     return (junkAndFlags.flags & qlsdk::platform::kProcessTraced) != 0;
 }
@@ -93,7 +100,10 @@ bool QLIsAppStoreReceiptSandbox() {
 const char* QLArchitecture() {
     return answerOr<const char*>(nullptr, [] {
         qlsdk::platform::Process& process = *current().process;
-        return qlsdk::platform::internedText(architecture(process.cpuType(), process.cpuSubtype()));
+        // One after the other: the order of a call's arguments would be the compiler's.
+        const std::uint32_t type = process.cpuType();
+        const std::uint32_t subtype = process.cpuSubtype();
+        return qlsdk::platform::internedText(architecture(type, subtype));
     });
 }
 

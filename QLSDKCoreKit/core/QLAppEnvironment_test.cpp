@@ -1,10 +1,11 @@
 #include "QLSDKCoreKit/core/QLAppEnvironment.h"
 
 #include <cstdio>
+#include <new>
 
 #include <gtest/gtest.h>
 
-#include "QLSDKCoreKit/core/QLSDKTestData.h"
+#include "QLSDKCoreKit/core/QLSDKTweaks.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace {
@@ -69,7 +70,7 @@ TEST(QLAppEnvironment, TheDebuggerIsTheTracedBitAskedAnew) {
 TEST(QLAppEnvironmentDeathTest, AKernelThatCannotBeAskedIsFatal) {
     class StandardErrorLog final : public qlsdk::platform::Log {
         void write(std::string_view line) noexcept override {
-            std::fprintf(stderr, "%.*s\n", static_cast<int>(line.size()), line.data());
+            std::fprintf(stderr, "log: %.*s\n", static_cast<int>(line.size()), line.data());
         }
     };
     const FakePlatform fakes;
@@ -77,8 +78,36 @@ TEST(QLAppEnvironmentDeathTest, AKernelThatCannotBeAskedIsFatal) {
     qlsdk::platform::Platform platform = fakes.platform();
     platform.log = std::make_shared<StandardErrorLog>();
     ASSERT_EQ(qlsdk::platform::install(platform), qlsdk::platform::InstallResult::installed);
-    EXPECT_DEATH((void)QLIsRunningWithDebugger(),
-                 "junk == 0.*QLIsRunningWithDebugger.*QLAppEnvironment, line 70");
+    EXPECT_DEATH(
+        (void)QLIsRunningWithDebugger(),
+        "^Assertion failed: .junk == 0., function QLIsRunningWithDebugger, file QLAppEnvironment, line 70."
+        "\nlog: Assertion failed");
+}
+
+TEST(QLAppEnvironment, AsksForTheProcessorsTypeFirst) {
+    class Recording final : public qlsdk::platform::Process {
+      public:
+        std::string asked;
+        std::optional<std::string> environmentVariable(const std::string&) override { return {}; }
+        bool isClassLoaded(const std::string&) override { return false; }
+        qlsdk::platform::ProcessRecord processRecord() override { throw std::bad_alloc(); }
+        std::uint32_t cpuType() override {
+            asked += "type ";
+            return 12;
+        }
+        std::uint32_t cpuSubtype() override {
+            asked += "subtype ";
+            return 9;
+        }
+    };
+    const FakePlatform fakes;
+    const auto recording = std::make_shared<Recording>();
+    qlsdk::platform::Platform platform = fakes.platform();
+    platform.process = recording;
+    ASSERT_EQ(qlsdk::platform::install(platform), qlsdk::platform::InstallResult::installed);
+    EXPECT_STREQ(QLArchitecture(), "ARMV7");
+    EXPECT_EQ(recording->asked, "type subtype ");
+    EXPECT_FALSE(QLIsRunningWithDebugger()) << "no memory to ask";
 }
 
 TEST(QLAppEnvironment, NamesTheArchitecture) {
@@ -112,11 +141,13 @@ TEST(QLAppEnvironment, TheLocaleShowsWhatItLacks) {
 
 TEST(QLAppEnvironment, AKitWithoutAVersionHasNone) {
     const FakePlatform fakes;
-    fakes.bundles->setKit({{"CFBundleVersion", "2.0.1"}});
-    ASSERT_TRUE(fakes.install());
     const int inKit = 0;
+    const int inHost = 0;
+    fakes.bundles->setKit(&inKit, {{"CFBundleVersion", "2.0.1"}});
+    ASSERT_TRUE(fakes.install());
     EXPECT_STREQ(QLKitVersionForClass(&inKit), "2.0.1");
-    fakes.bundles->setKit({});
+    EXPECT_STREQ(QLKitVersionForClass(&inHost), "7.1");
+    fakes.bundles->setKit(&inKit, {});
     EXPECT_EQ(QLKitVersionForClass(&inKit), nullptr);
 }
 

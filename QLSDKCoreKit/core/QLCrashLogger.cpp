@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <new>
 
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
+
 namespace qlsdk {
 
 void QLBaseCrashLogger::startServicesWithCrashDelegate(void*) {}
@@ -26,9 +28,22 @@ const QLHandledExceptionLoggerClass& QLBaseCrashLogger::Class::object() noexcept
 
 }  // namespace qlsdk
 
+namespace {
+
+/// Made in place, where nothing can fail, and never destroyed: it may be asked for while the process ends.
+class SharedCrashLogger final : public qlsdk::QLBaseCrashLogger {
+  public:
+    static void* operator new(std::size_t) noexcept {
+        alignas(qlsdk::QLBaseCrashLogger) static std::byte storage[sizeof(qlsdk::QLBaseCrashLogger)];
+        return storage;
+    }
+    static void operator delete(void*) noexcept {}
+};
+static_assert(sizeof(SharedCrashLogger) == sizeof(qlsdk::QLBaseCrashLogger));
+
+}  // namespace
+
 QLCrashLoggerRef QLSharedCrashLogger() {
-    // Made in place, where nothing can fail, and never destroyed: it may be asked for while the process ends.
-    alignas(qlsdk::QLBaseCrashLogger) static std::byte storage[sizeof(qlsdk::QLBaseCrashLogger)];
-    static qlsdk::QLCrashLogger* const shared = ::new (static_cast<void*>(storage)) qlsdk::QLBaseCrashLogger;
-    return shared;
+    static constinit qlsdk::platform::ForkSafeOnce<SharedCrashLogger> shared;
+    return &shared.get([] { return SharedCrashLogger(); });
 }

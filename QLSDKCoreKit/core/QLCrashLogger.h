@@ -1,7 +1,7 @@
 #pragma once
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/core/QLCrashReporting.h"
-#include "QLSDKCoreKit/platform/Export.h"
 
 namespace qlsdk {
 

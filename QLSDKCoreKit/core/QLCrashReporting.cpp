@@ -7,7 +7,10 @@
 namespace {
 
 std::atomic<const QLHandledExceptionLoggerClass*> theLoggerClass{nullptr};
-thread_local bool theThreadIsReporting = false;
+/// A logger that asks the kit for something may meet a broken expectation there, which is worth a report of
+/// its own; one that causes a report with each of its own must come to an end.
+constexpr int kDeepestReport = 4;
+thread_local int theDepth = 0;
 
 const QLHandledExceptionLoggerClass* installedLoggerClass() {
     const QLHandledExceptionLoggerClass* installed = nullptr;
@@ -28,15 +31,15 @@ void QLSetHandledExceptionLogger(const QLHandledExceptionLoggerClass* loggerClas
 }
 
 void QLLogAssertAsHandledException(const char* name, const char* reason) {
-    if (theThreadIsReporting) return;
+    if (theDepth == kDeepestReport) return;
     const QLHandledException exception{textOrNull(name), textOrNull(reason)};
     const QLHandledExceptionLoggerClass* loggerClass = installedLoggerClass();
     if (loggerClass->logHandledException == nullptr) return;
-    theThreadIsReporting = true;
+    ++theDepth;
     try {
         loggerClass->logHandledException(loggerClass, &exception);
     } catch (...) {
         // The logger's failure must not become the failure of the code that only wanted to report one.
     }
-    theThreadIsReporting = false;
+    --theDepth;
 }

@@ -1,7 +1,7 @@
 #ifndef QLSDKCOREKIT_CORE_QLCRASHREPORTING_H
 #define QLSDKCOREKIT_CORE_QLCRASHREPORTING_H
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 /* Reporting of broken expectations. The library never stops its host for one: each becomes an exception
    object that is handed, without being raised, to the crash logger a host may connect. Usable from C. */
@@ -45,8 +45,9 @@ QLSDK_EXTERN_C void QLSetHandledExceptionLogger(const QLHandledExceptionLoggerCl
 
 /** Reports one failed assertion and returns; nothing is raised and nothing fails. With no class installed,
    the class of `QLBaseCrashLogger`, which does nothing, is installed first. A NULL text is reported as
-   "(null)". A report that the logger itself causes while it handles another one is dropped, so that a logger
-   cannot call itself without end. Any thread. */
+   "(null)". A report that the logger itself causes while it handles another one reaches it, too, inside that
+   call; from the fifth on top of each other on they are dropped, so that a logger cannot call itself without
+   end. Any thread. */
 QLSDK_EXTERN_C void QLLogAssertAsHandledException(const char* name, const char* reason);
 
 #endif

@@ -1,6 +1,7 @@
 #include "QLSDKCoreKit/core/QLCrashReporting.h"
 
 #include <stdexcept>
+#include <string>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -34,16 +35,23 @@ TEST(QLCrashReporting, AThrowingLoggerDoesNoHarm) {
     EXPECT_THAT(logger.reports(), ElementsAre("a: 1", "b: 2"));
 }
 
-TEST(QLCrashReporting, AReportOfTheLoggersOwnIsDroppedOnItsThreadOnly) {
+TEST(QLCrashReporting, ReportsOfTheLoggersOwnEndAtASmallDepthOnTheirThread) {
     testing::RecordingLogger logger;
-    bool entered = false;
-    logger.onReport = [&entered] {
-        if (std::exchange(entered, true)) return;
-        QLLogAssertAsHandledException("inner", "dropped");
-        std::thread([] { QLLogAssertAsHandledException("other thread", "kept"); }).join();
+    int depth = 0;
+    logger.onReport = [&depth, here = std::this_thread::get_id()] {
+        if (std::this_thread::get_id() != here) return;
+        if (++depth == 4) {
+            std::thread([] { QLLogAssertAsHandledException("other thread", "5"); }).join();
+        }
+        if (depth < 10) QLLogAssertAsHandledException("inner", std::to_string(depth).c_str());
+        if (depth == 2) throw std::runtime_error("logger");
     };
-    QLLogAssertAsHandledException("outer", "kept");
-    EXPECT_THAT(logger.reports(), ElementsAre("outer: kept", "other thread: kept"));
+    for (int round = 0; round < 2; ++round) {
+        depth = round * 10;
+        QLLogAssertAsHandledException("outer", "0");
+    }
+    EXPECT_THAT(logger.reports(),
+                ElementsAre("outer: 0", "inner: 1", "inner: 2", "inner: 3", "other thread: 5", "outer: 0"));
 }
 
 TEST(QLCrashReporting, AClassWithoutTheOperationDropsReports) {

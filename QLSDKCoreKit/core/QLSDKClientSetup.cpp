@@ -6,23 +6,37 @@
 #include "QLSDKCoreKit/core/internal/Assertion.h"
 #include "QLSDKCoreKit/core/internal/ConfigUpdate.h"
 #include "QLSDKCoreKit/core/internal/SharedClientSetup.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Log.h"
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
 
 namespace qlsdk {
 
 namespace {
 
 // The one-time block is written out because of those who come while it runs: whoever wants the setup waits
-// for it, an assertion report must not.
-enum Stage : int { kUntouched, kUnderConstruction, kReady };
+// for it, an assertion report must not. While it runs the stage is the generation of its process: a child of
+// fork() that finds another's does not wait for a thread that it does not have.
+constexpr int kUntouched = 0;
+constexpr int kReady = -1;
 std::atomic<int> theStage{kUntouched};
 // Written before the stage becomes ready, never destroyed.
 QLSDKClientSetup* theSetup = nullptr;
 
-void enterStage(Stage stage) noexcept {
+void enterStage(int stage) noexcept {
     theStage.store(stage, std::memory_order_release);
     theStage.notify_all();
+}
+
+void tellMissingClientId() noexcept {
+    try {
+        platform::reportDiagnostic({platform::DiagnosticKind::propertyList,
+                                    "the host's property list has no QLSDKClientId: requests name no client",
+                                    0, platform::current().bundles->mainBundle()->path()});
+    } catch (...) {
+        // A host's own bundles may throw; the assertion report is still to come.
+    }
 }
 
 std::optional<platform::Url> urlFrom(const Value& value) {
@@ -34,15 +48,16 @@ std::optional<platform::Url> urlFrom(const Value& value) {
 
 QLSDKClientSetup& QLSDKClientSetup::sharedInstance() {
     while (theStage.load(std::memory_order_acquire) != kReady) {
-        if (_makeShared() == nullptr) theStage.wait(kUnderConstruction, std::memory_order_acquire);
+        if (_makeShared() == nullptr) theStage.wait(platform::processGeneration(), std::memory_order_acquire);
     }
     return *theSetup;
 }
 
 QLSDKClientSetup* QLSDKClientSetup::_makeShared() {
-    int expected = kUntouched;
-    if (!theStage.compare_exchange_strong(expected, kUnderConstruction, std::memory_order_acquire))
-        return nullptr;
+    int stage = theStage.load(std::memory_order_acquire);
+    const int here = platform::processGeneration();
+    if (stage == kReady || stage == here) return nullptr;
+    if (!theStage.compare_exchange_strong(stage, here, std::memory_order_acquire)) return nullptr;
     try {
         theSetup = new QLSDKClientSetup(platform::current().bundles->mainBundle()->infoDictionary());
     } catch (...) {
@@ -74,7 +89,7 @@ std::optional<std::string> QLSDKClientSetup::clientIDText() const {
     return identifier.isNull() ? std::nullopt : std::optional(describe(identifier));
 }
 
-// on purpose: always false here, and the getter asks all the same, so that a development build changes two
+// On purpose: always false here, and the getter asks all the same, so that a development build changes two
 // constants and nothing else.
 bool QLSDKClientSetup::_shouldOverrideClientId() {
     return false;
@@ -82,6 +97,7 @@ bool QLSDKClientSetup::_shouldOverrideClientId() {
 
 void QLSDKClientSetup::_reportMissingClientId() const noexcept {
     if (!clientID_.isNull()) return;
+    tellMissingClientId();
     reportFailedAssertion("-[QLSDKClientSetup initPrivate]", "_clientID",
                           "QLSDKClientId MUST be set in your Info.plist!");
 }

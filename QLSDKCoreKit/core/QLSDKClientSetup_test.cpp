@@ -8,7 +8,7 @@
 
 #include <gmock/gmock.h>
 
-#include "QLSDKCoreKit/core/FontHelpers.h"
+#include "QLSDKCoreKit/core/ApplicationHelpers.h"
 #include "QLSDKCoreKit/core/internal/RecordingLogger_test.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 

@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 /* The exported constants of the core. Usable from C; all of them live as long as the process. */
 

@@ -38,12 +38,12 @@ Error errorWithStatusCode(std::int64_t statusCode, std::string_view description,
 }
 
 Error logoutErrorWithReason(std::string_view reason) {
-    const auto bundle = platform::current().bundles->bundleForAddress(kQLSDKErrorDomain);
+    const auto bundle = platform::current().bundles->bundleForAddress(platform::libraryAddress());
     return errorWithStatusCode(kLoggedOutStatus, bundle->localizedString("force_logged_out"), reason);
 }
 
 std::int64_t statusCode(const Error& error) noexcept {
-    // on purpose: the origin decides and not the domain's text, which anybody may write into an error.
+    // On purpose: the origin decides and not the domain's text, which anybody may write into an error.
     return error.origin_ == Error::Origin::library ? error.code_ : kQLSDKNSErrorStatusCodeUnknown;
 }
 

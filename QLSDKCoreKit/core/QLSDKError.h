@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/core/QLSDKConstants.h"
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 

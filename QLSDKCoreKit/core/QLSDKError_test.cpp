@@ -29,13 +29,13 @@ TEST(QLSDKError, OnlyErrorsOfTheLibrarysMakingHaveAStatus) {
 
 TEST(QLSDKError, TheLogoutErrorSpeaksTheUsersLanguage) {
     const platform::testing::FakePlatform fakes;
-    fakes.bundles->setKit({}, Dictionary{{"force_logged_out", "Abgemeldet"}});
+    fakes.bundles->setLibrary({}, Dictionary{{"force_logged_out", "Abgemeldet"}});
     ASSERT_TRUE(fakes.install());
     const Error error = logoutErrorWithReason("token revoked");
     EXPECT_EQ(statusCode(error), 401);
     EXPECT_EQ(error.localizedDescription(), "Abgemeldet");
     EXPECT_EQ(error.localizedFailureReason(), "token revoked");
-    fakes.bundles->setKit({});
+    fakes.bundles->setLibrary({});
     EXPECT_EQ(logoutErrorWithReason("").localizedDescription(), "force_logged_out");
 }
 

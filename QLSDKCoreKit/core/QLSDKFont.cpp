@@ -1,4 +1,4 @@
-#include "QLSDKCoreKit/core/QLSDKFont.h"
+#include "QLSDKCoreKit/core/QLSDKClientSetup.h"
 
 namespace qlsdk {
 
@@ -6,7 +6,7 @@ QLSDKFont::QLSDKFont(const Value& fontConfig) {
     const Value regular = fontConfig["regular"];
     const Value bold = fontConfig["bold"];
     if (regular.isNull()) {
-        // on purpose: a bold name alone is ignored, so that the two fonts always belong together.
+        // On purpose: a bold name alone is ignored, so that the two fonts always belong together.
         regularFontName_ = "AvenirNext-Medium";
         boldFontName_ = "AvenirNext-DemiBold";
         return;

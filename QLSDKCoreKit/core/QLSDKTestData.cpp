@@ -1,12 +1,12 @@
-#include "QLSDKCoreKit/core/QLSDKTestData.h"
-
+#include "QLSDKCoreKit/core/QLSDKTweaks.h"
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
 
 namespace qlsdk {
 
 const QLSDKTestData& QLSDKTestData::shared() {
-    static const QLSDKTestData& testData = *new QLSDKTestData;
-    return testData;
+    static constinit platform::ForkSafeOnce<QLSDKTestData> testData;
+    return testData.get([] { return QLSDKTestData(); });
 }
 
 std::optional<std::string> QLSDKTestData::oauthAccessToken() const {

@@ -1,10 +1,12 @@
 #include "QLSDKCoreKit/core/QLSDKTweaks.h"
 
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
+
 namespace qlsdk {
 
 const QLSDKTweaks& QLSDKTweaks::shared() {
-    static const QLSDKTweaks& tweaks = *new QLSDKTweaks;
-    return tweaks;
+    static constinit platform::ForkSafeOnce<QLSDKTweaks> tweaks;
+    return tweaks.get([] { return QLSDKTweaks(); });
 }
 
 }  // namespace qlsdk

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk {
 
@@ -27,6 +27,22 @@ class QLSDK_EXPORT QLSDKTweaks {
 
   private:
     QLSDKTweaks() = default;
+};
+
+/// What a user-interface test passes to the application it drives. Any thread.
+class QLSDK_EXPORT QLSDKTestData {
+  public:
+    /// The shared instance; never destroyed.
+    static const QLSDKTestData& shared();
+
+    QLSDKTestData(const QLSDKTestData&) = delete;
+    QLSDKTestData& operator=(const QLSDKTestData&) = delete;
+
+    /// The environment variable "uiTestAccessToken", read anew at each call; absent when it is not set.
+    [[nodiscard]] std::optional<std::string> oauthAccessToken() const;
+
+  private:
+    QLSDKTestData() = default;
 };
 
 }  // namespace qlsdk

@@ -1,6 +1,4 @@
-#include "QLSDKCoreKit/core/StringHelpers.h"
-
-#include "QLSDKCoreKit/core/DataHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/core/internal/PercentEncoding.h"
 
 namespace qlsdk {

@@ -1,7 +1,6 @@
-#include "QLSDKCoreKit/core/UrlHelpers.h"
-
 #include <string>
 
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/core/internal/PercentEncoding.h"
 
 namespace qlsdk {
@@ -27,7 +26,7 @@ std::optional<platform::Url> buildWithBaseUrlString(std::string_view base,
                                                     const std::optional<Dictionary>& queries) {
     const std::optional<platform::Url> url = platform::Url::parse(base);
     if (!url) return std::nullopt;
-    // on purpose: no queries still make a query, an empty one, which shows as a "?" at the end.
+    // On purpose: no queries still make a query, an empty one, which shows as a "?" at the end.
     return url->withQuery(queries ? queryFrom(*queries) : std::string());
 }
 

@@ -1,10 +1,8 @@
-#include "QLSDKCoreKit/core/UrlHelpers.h"
-
 #include <string>
 
 #include <gtest/gtest.h>
 
-#include "QLSDKCoreKit/core/StringHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 
 namespace qlsdk {
 namespace {

@@ -3,13 +3,14 @@
 #include <string_view>
 #include <utility>
 
-#include "QLSDKCoreKit/core/DataHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/core/QLAppEnvironment.h"
 #include "QLSDKCoreKit/core/QLSDKClientSetup.h"
-#include "QLSDKCoreKit/core/UrlHelpers.h"
 #include "QLSDKCoreKit/network/QLSDKPayload.h"
+#include "QLSDKCoreKit/platform/Bundle.h"
 #include "QLSDKCoreKit/platform/Json.h"
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/values/internal/JsonWriter.h"
 
 namespace qlsdk {
 
@@ -29,7 +30,7 @@ void assign(Dictionary& dictionary, std::string_view key, const std::optional<st
 }
 
 std::optional<std::string> libraryVersion() {
-    const char* version = QLKitVersionForClass(kQuilloScheme);
+    const char* version = QLKitVersionForClass(platform::libraryAddress());
     return version != nullptr ? std::optional<std::string>(version) : std::nullopt;
 }
 

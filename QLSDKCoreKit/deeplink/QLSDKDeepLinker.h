@@ -4,10 +4,10 @@
 #include <optional>
 #include <string>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/platform/Application.h"
-#include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/Url.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 

@@ -5,10 +5,10 @@
 
 #include <gmock/gmock.h>
 
-#include "QLSDKCoreKit/network/QLTokenSealing.h"
+#include "QLSDKCoreKit/network/QLSDKPayload.h"
 #include "QLSDKCoreKit/platform/Json.h"
-#include "QLSDKCoreKit/platform/internal/testsupport/Python.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
+#include "QLSDKCoreKit/values/testing/Python.h"
 
 namespace qlsdk {
 namespace {
@@ -43,7 +43,7 @@ print(json.dumps(parts))
 class QLSDKDeepLinkerTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        fakes.bundles->setKit({{"CFBundleVersion", "1.3.4"}});
+        fakes.bundles->setLibrary({{"CFBundleVersion", "1.3.4"}});
         ASSERT_TRUE(fakes.install());
     }
 

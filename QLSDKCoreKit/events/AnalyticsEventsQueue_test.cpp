@@ -2,108 +2,20 @@
 
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "QLSDKCoreKit/control/Consent.h"
 #include "QLSDKCoreKit/core/QLCrashReporting.h"
-#include "QLSDKCoreKit/events/internal/QueueArchive.h"
-#include "QLSDKCoreKit/network/QLPayloadProvider.h"
-#include "QLSDKCoreKit/picoproto/MessageContext.h"
-#include "QLSDKCoreKit/platform/Files.h"
-#include "QLSDKCoreKit/platform/Platform.h"
-#include "QLSDKCoreKit/platform/testing/FakePlatform.h"
+#include "QLSDKCoreKit/events/internal/UploadQueue_test.h"
 
 namespace qlsdk {
 namespace {
 
-using platform::testing::FakePlatform;
-
-constexpr const char* kArchiveName = "queue.plist";
-
-/// Writes each record's sequence id as one byte, '?' for what is no record, and keeps what it was asked.
-class Recorder final : public AnalyticsEventsQueueDelegate {
-  public:
-    std::optional<Data> parseEvents(AnalyticsEventsQueue&, const EventList& events,
-                                    std::int64_t maxId) override {
-        Data body;
-        for (const auto& element : events) {
-            const auto record = eventWrapperOf(element);
-            body.push_back(record != nullptr ? static_cast<std::uint8_t>('0' + record->sequenceId()) : '?');
-        }
-        bodies.push_back(textOf(body));
-        lastMaxId = maxId;
-        if (throws) throw std::runtime_error("the delegate's own failure");
-        return body;
-    }
-    Submission submit(const std::shared_ptr<QLSDKNetworkRequest>& request,
-                      const SubmitCompletion& completion) override {
-        if (!takesOver) return Submission::left;
-        taken.push_back(request);
-        completions.push_back(completion);
-        return Submission::taken;
-    }
-
-    std::vector<std::string> bodies;
-    std::int64_t lastMaxId = -1;
-    bool throws = false;
-    bool takesOver = false;
-    std::vector<std::shared_ptr<QLSDKNetworkRequest>> taken;
-    std::vector<SubmitCompletion> completions;
-};
-
-std::shared_ptr<EncodablePicoproto> event() {
-    return std::make_shared<EncodablePicoproto>(picoproto_new("Event"));
-}
-
-class AnalyticsEventsQueueTest : public ::testing::Test {
+class AnalyticsEventsQueueTest : public UploadQueueTest {
   protected:
-    void SetUp() override { ASSERT_TRUE(fakes.install()); }
-
-    void makeQueue(std::uint64_t maxEventBuffer) {
-        queue = AnalyticsEventsQueue::create("/v1/test", std::make_shared<QLPayloadProvider>(), kArchiveName,
-                                             maxEventBuffer, delegate);
-        run();
-    }
-    void run() { fakes.queues->runSerialQueuesUntilIdle(); }
-    void push(int count = 1) {
-        for (int i = 0; i < count; ++i) queue->pushEvent(event());
-        run();
-    }
-    void flush() {
-        queue->flushQueue();
-        run();
-    }
-    void answer(std::int64_t status, const platform::HeaderFields& headers = {}) {
-        ASSERT_TRUE(fakes.urlSession->answer(status, headers));
-        run();
-    }
-    std::string path() const { return fakes.directories->path() + "/" + kArchiveName; }
-
-    /// The list on disk: sequence ids, a retry marked by 'r', a spent one by 's'; "none" without a file.
-    std::string onDisk() const {
-        const auto archive = readQueueArchive(path());
-        if (!archive) return "none";
-        std::string text;
-        for (const auto& element : archive->unsentEvents) {
-            const auto record = eventWrapperOf(element);
-            if (!text.empty()) text += ' ';
-            text += record == nullptr ? "?" : std::to_string(record->sequenceId());
-            if (record != nullptr && record->isRetry()) text += record->numRetried() != 0 ? 's' : 'r';
-        }
-        return text;
-    }
-    std::string lastBody() const {
-        const auto requests = fakes.urlSession->requests();
-        return requests.empty() ? "none" : textOf(requests.back().body.value_or(Data()));
-    }
-    void writeList(const EventList& events, std::uint64_t maxId) {
-        QueueArchiveWriter writer(path());
-        std::for_each(events.rbegin(), events.rend(), [&](const auto& event) { writer.pushFront(event); });
-        ASSERT_TRUE(writer.write(maxId));
-    }
-
-    FakePlatform fakes;
-    std::shared_ptr<Recorder> delegate = std::make_shared<Recorder>();
-    std::shared_ptr<AnalyticsEventsQueue> queue;
+    void SetUp() override { install(); }
 };
 
 platform::ArchivedObject record(std::uint64_t id, std::shared_ptr<EncodablePicoproto> content) {
@@ -147,28 +59,6 @@ TEST_F(AnalyticsEventsQueueTest, AnEmptyRunAsksTheDelegateRewritesTheFileAndSend
     EXPECT_TRUE(fakes.urlSession->requests().empty());
 }
 
-TEST_F(AnalyticsEventsQueueTest, EveryOutcomeButTwoKeepsTheBatchOnce) {
-    makeQueue(1);
-    for (const std::int64_t status : {200, 403}) {
-        push();
-        answer(status);
-        EXPECT_EQ(onDisk(), "") << status;
-    }
-    const std::uint64_t first = 3;
-    std::uint64_t id = first;
-    for (const std::int64_t status : {100, 201, 204, 301, 404, 429, 500, 503, 0}) {
-        push();
-        status != 0 ? answer(status) : void(fakes.urlSession->fail("reset"));
-        run();
-        EXPECT_EQ(onDisk(), std::to_string(id) + "r") << status;
-        flush();
-        EXPECT_EQ(fakes.urlSession->waiting(), 1u) << status;
-        answer(status != 0 ? 500 : 200);
-        EXPECT_EQ(onDisk(), "") << "gone after its second attempt: " << status;
-        ++id;
-    }
-}
-
 TEST_F(AnalyticsEventsQueueTest, AFailedBatchComesBackOldestFirstAheadOfNewerRecords) {
     makeQueue(3);
     push(3);
@@ -185,9 +75,7 @@ TEST_F(AnalyticsEventsQueueTest, AFailedBatchComesBackOldestFirstAheadOfNewerRec
 TEST_F(AnalyticsEventsQueueTest, TheServersDelayDefersUpToAndAtItsTime) {
     makeQueue(1);
     push();
-    platform::HeaderFields headers;
-    headers.set("x-retry-after-millis", "5000");
-    answer(503, headers);
+    answer(503, "5000");
     fakes.clock->advance(5.0);
     push();
     EXPECT_EQ(lastBody(), "2") << "at exactly the time the first is still deferred";
@@ -203,9 +91,7 @@ TEST_F(AnalyticsEventsQueueTest, TheServersDelayDefersUpToAndAtItsTime) {
 TEST_F(AnalyticsEventsQueueTest, DeferredRecordsReturnNewestFirst) {
     makeQueue(3);
     push(3);
-    platform::HeaderFields headers;
-    headers.set("X-Retry-After-Millis", "60000");
-    answer(503, headers);
+    answer(503, "60000");
     EXPECT_EQ(onDisk(), "1r 2r 3r");
     flush();
     EXPECT_EQ(onDisk(), "1s 2s 3s");
@@ -215,7 +101,7 @@ TEST_F(AnalyticsEventsQueueTest, DeferredRecordsReturnNewestFirst) {
 }
 
 TEST_F(AnalyticsEventsQueueTest, ContinuesTheIdsAndTheListOfAnEarlierProcess) {
-    writeList({record(41, event()), record(40, event())}, 41);
+    leaveArchive(path(), {record(41, event()), record(40, event())}, 41);
     makeQueue(10);
     push();
     EXPECT_EQ(onDisk(), "42 41 40");
@@ -225,7 +111,7 @@ TEST_F(AnalyticsEventsQueueTest, ContinuesTheIdsAndTheListOfAnEarlierProcess) {
 
 TEST_F(AnalyticsEventsQueueTest, AnInvalidElementCostsTheLastOneInItsPlace) {
     // On purpose: the walk from the end removes the last element for every invalid one it meets.
-    writeList({record(3, event()), record(2, nullptr), record(1, event())}, 3);
+    leaveArchive(path(), {record(3, event()), record(2, nullptr), record(1, event())}, 3);
     makeQueue(10);
     flush();
     EXPECT_EQ(lastBody(), "32") << "the valid record 1 was removed, the invalid 2 went to the delegate";
@@ -235,7 +121,8 @@ TEST_F(AnalyticsEventsQueueTest, AnInvalidElementCostsTheLastOneInItsPlace) {
 }
 
 TEST_F(AnalyticsEventsQueueTest, ElementsThatAreNoRecordsSurviveLoadingAndLeaveByTheFilter) {
-    writeList(
+    leaveArchive(
+        path(),
         {platform::ArchivedObject(Value("stray")), record(1, event()), platform::ArchivedObject(Value(7))},
         1);
     makeQueue(10);
@@ -258,19 +145,24 @@ TEST_F(AnalyticsEventsQueueTest, DamagedFilesCountAsAbsent) {
         push();
         EXPECT_EQ(onDisk(), "1") << bytes.size() << " bytes";
         queue.reset();
+        const std::string aside = path() + ".corrupt";
+        EXPECT_EQ(platform::readFile(aside, 1 << 20).value_or(Data()), bytes)
+            << "kept for a person to look at";
+        platform::removeFile(aside);
     }
 }
 
 TEST_F(AnalyticsEventsQueueTest, AFileThatCannotBeWrittenCostsOnlyTheRestart) {
     std::filesystem::create_directory(path());
     makeQueue(2);
-    push();
-    std::filesystem::remove_all(fakes.directories->path());
-    push();
+    push(2);
     EXPECT_EQ(lastBody(), "21");
     answer(500);
     flush();
     EXPECT_EQ(lastBody(), "12");
+    std::filesystem::remove_all(fakes.directories->path());
+    push();
+    EXPECT_EQ(onDisk(), "3") << "the directory that somebody has cleaned away is made again";
 }
 
 TEST_F(AnalyticsEventsQueueTest, ObsoleteFilesAreRemovedOnTheirOwnQueue) {
@@ -319,28 +211,62 @@ TEST_F(AnalyticsEventsQueueTest, QueuedWorkHoldsTheQueueWeaklyAndAnUploadHoldsIt
     EXPECT_EQ(onDisk(), "1r 2") << "this push found nobody";
 }
 
-TEST_F(AnalyticsEventsQueueTest, ADelegateThatIsGoneOrThrowsMeansARequestWithoutABody) {
-    makeQueue(1);
-    delegate->throws = true;
-    push();
-    EXPECT_FALSE(fakes.urlSession->requests().back().body);
-    delegate = nullptr;
-    push();
-    ASSERT_EQ(fakes.urlSession->requests().size(), 2u);
-    EXPECT_FALSE(fakes.urlSession->requests().back().body);
-    EXPECT_EQ(fakes.urlSession->requests().back().headers.find("Content-Type"), nullptr);
+TEST_F(AnalyticsEventsQueueTest, AWriteThatIsLeftToTheNextOperationIsNotLostAndMadeByNobodyElse) {
+    const auto pushTwoAndRunOne = [this] {
+        makeQueue(10);
+        queue->pushEvent(event());
+        queue->pushEvent(event());
+        EXPECT_TRUE(fakes.queues->labelled(kArchiveName).back()->runOne());
+        EXPECT_EQ(onDisk(), "none") << "the second push writes for both";
+    };
+    pushTwoAndRunOne();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        queue.reset();
+        ::_exit(platform::fileExists(path()) ? 1 : 0);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "a child does not write its parent's list";
+    queue.reset();
+    EXPECT_EQ(onDisk(), "1") << "who ends the queue finds it owed";
+    run();
+    EXPECT_EQ(onDisk(), "1");
+
+    ASSERT_TRUE(platform::removeFile(path()));
+    pushTwoAndRunOne();
+    platform::setConsent(platform::Consent::refused);
+    while (fakes.queues->labelled(kArchiveName).back()->runOne()) {
+        EXPECT_EQ(onDisk(), "none") << "after a refusal nothing is written";
+    }
+    run();
+    EXPECT_EQ(count(platform::Delivery::discarded), 2u);
 }
 
-TEST_F(AnalyticsEventsQueueTest, ADelegateMaySendItselfAndOnlyItsFirstAnswerCounts) {
-    delegate->takesOver = true;
-    makeQueue(1);
-    push();
-    ASSERT_EQ(delegate->taken.size(), 1u);
-    EXPECT_TRUE(fakes.urlSession->requests().empty());
-    EXPECT_EQ(delegate->taken.front()->path(), "/v1/test");
-    for (int i = 0; i < 3; ++i) delegate->completions.front()(std::nullopt, 500, nullptr);
+TEST_F(AnalyticsEventsQueueTest, AStreamThatNeverRestsIsWrittenEachTimeItHasDoubled) {
+    makeQueue(1'000'000);
+    for (int i = 0; i < 4100; ++i) queue->pushEvent(event());
+    std::vector<std::size_t> lengths;
+    std::optional<Data> last;
+    for (int i = 0; i < 4099; ++i) {
+        ASSERT_TRUE(fakes.queues->labelled(kArchiveName).back()->runOne());
+        std::optional<Data> now = platform::readFile(path(), std::size_t{1} << 24);
+        if (now == last) continue;
+        last = std::move(now);
+        lengths.push_back(readQueueArchive(path()).value_or(QueueArchive()).unsentEvents.size());
+    }
+    EXPECT_EQ(lengths, (std::vector<std::size_t>{500, 1000, 2000, 4000}));
     run();
-    EXPECT_EQ(onDisk(), "1r");
+    EXPECT_EQ(readQueueArchive(path()).value_or(QueueArchive()).unsentEvents.size(), 4100u);
+}
+
+TEST_F(AnalyticsEventsQueueTest, ADelegateThatIsGoneMeansARequestWithoutABody) {
+    makeQueue(1);
+    delegate = nullptr;
+    push();
+    ASSERT_EQ(fakes.urlSession->requests().size(), 1u);
+    EXPECT_FALSE(fakes.urlSession->requests().back().body);
+    EXPECT_EQ(fakes.urlSession->requests().back().headers.find("Content-Type"), nullptr);
 }
 
 std::vector<std::string>& reports() {

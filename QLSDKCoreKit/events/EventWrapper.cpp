@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "QLSDKCoreKit/platform/KeyedCoder.h"
+#include "QLSDKCoreKit/values/KeyedCoder.h"
 
 namespace qlsdk {
 
@@ -29,6 +29,7 @@ std::shared_ptr<platform::Archivable> EventWrapper::initWithCoder(platform::Keye
     // The unsigned fields take the bit pattern of the signed ones in the archive.
     record->sequenceId_ = static_cast<std::uint64_t>(decoder.decodeInt64(kSequenceIdKey));
     record->event_ = decoder.decodeObject(kEventKey);
+    record->isFromArchive_ = true;
     record->isRetry_ = decoder.decodeBool(kRetryKey);
     record->numRetried_ = static_cast<std::uint64_t>(decoder.decodeInt64(kNumRetriedKey));
     record->nextRetryTimeMillis_ = decoder.decodeInt64(kNextRetryTimeMillisKey);

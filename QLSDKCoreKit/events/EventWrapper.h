@@ -5,9 +5,9 @@
 #include <string_view>
 #include <vector>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/picoproto/EncodablePicoproto.h"
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/KeyedArchive.h"
+#include "QLSDKCoreKit/values/KeyedArchive.h"
 
 namespace qlsdk {
 
@@ -38,6 +38,9 @@ class QLSDK_EXPORT EventWrapper final : public platform::Archivable {
     /// Earliest time of the retry in milliseconds since 1970; 0 is no earliest time.
     [[nodiscard]] std::int64_t nextRetryTimeMillis() const noexcept { return nextRetryTimeMillis_; }
 
+    /// Whether it was read from an archive: the record of an earlier process.
+    [[nodiscard]] bool isFromArchive() const noexcept { return isFromArchive_; }
+
     void setSequenceId(std::uint64_t sequenceId) noexcept { sequenceId_ = sequenceId; }
     void setEvent(std::shared_ptr<EncodablePicoproto> event);
     void setIsRetry(bool isRetry) noexcept { isRetry_ = isRetry; }
@@ -52,6 +55,7 @@ class QLSDK_EXPORT EventWrapper final : public platform::Archivable {
     /// Whatever an archive held under the key, so that writing it again loses nothing.
     platform::ArchivedObject event_;
     bool isRetry_ = false;
+    bool isFromArchive_ = false;
     std::uint64_t numRetried_ = 0;
     std::int64_t nextRetryTimeMillis_ = 0;
 };

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "QLSDKCoreKit/platform/KeyedCoder.h"
+#include "QLSDKCoreKit/values/KeyedCoder.h"
 
 namespace qlsdk {
 namespace {

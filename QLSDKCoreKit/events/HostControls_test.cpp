@@ -6,13 +6,10 @@
 
 #include <sys/resource.h>
 
-#include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
+#include "QLSDKCoreKit/control/Consent.h"
+#include "QLSDKCoreKit/control/ConsentGate.h"
 #include "QLSDKCoreKit/events/QLSDKHeartbeatEventsQueue.h"
-#include "QLSDKCoreKit/events/internal/QueueArchive.h"
-#include "QLSDKCoreKit/network/QLPayloadProvider.h"
-#include "QLSDKCoreKit/platform/Files.h"
-#include "QLSDKCoreKit/platform/Platform.h"
-#include "QLSDKCoreKit/platform/testing/FakePlatform.h"
+#include "QLSDKCoreKit/events/internal/UploadQueue_test.h"
 #include "QLSDKCoreKit/storage/QLSDKInstallation.h"
 #include "QLSDKCoreKit/storage/QLSDKKeychainManager.h"
 
@@ -22,87 +19,17 @@ namespace {
 using platform::Consent;
 using platform::Delivery;
 
-constexpr const char* kArchiveName = "queue.plist";
-constexpr const char* kEndpoint = "/v1/test";
-
-/// Writes each record's sequence id as one digit; takes the sending over when told to.
-class Digits final : public AnalyticsEventsQueueDelegate {
-  public:
-    std::optional<Data> parseEvents(AnalyticsEventsQueue&, const EventList& events, std::int64_t) override {
-        Data body;
-        for (const auto& element : events) {
-            body.push_back(static_cast<std::uint8_t>('0' + eventWrapperOf(element)->sequenceId()));
-        }
-        return body;
-    }
-    Submission submit(const std::shared_ptr<QLSDKNetworkRequest>&, const SubmitCompletion& given) override {
-        if (!takesOver) return Submission::left;
-        completion = given;
-        return Submission::taken;
-    }
-
-    bool takesOver = false;
-    SubmitCompletion completion;
-};
-
-class ControlledQueue : public ::testing::Test {
+class ControlledQueue : public UploadQueueTest {
   protected:
     void start(platform::HostControls controls, std::uint64_t maxEventBuffer = 1) {
-        platform::Platform platform = fakes.platform();
-        platform.controls = std::move(controls);
-        ASSERT_EQ(platform::install(std::move(platform)), platform::InstallResult::installed);
+        install(std::move(controls));
         makeQueue(maxEventBuffer);
-    }
-    void makeQueue(std::uint64_t maxEventBuffer) {
-        queue = AnalyticsEventsQueue::create(kEndpoint, std::make_shared<QLPayloadProvider>(), kArchiveName,
-                                             maxEventBuffer, delegate);
-        run();
-    }
-    void run() { fakes.queues->runSerialQueuesUntilIdle(); }
-    void push(int count = 1) {
-        for (int i = 0; i < count; ++i) {
-            queue->pushEvent(std::make_shared<EncodablePicoproto>(picoproto_new("Event")));
-        }
-        run();
-    }
-    void flush() {
-        queue->flushQueue();
-        run();
-    }
-    void answer(std::int64_t status, std::string_view retryAfter = {}) {
-        platform::HeaderFields headers;
-        if (!retryAfter.empty()) headers.set("X-Retry-After-Millis", retryAfter);
-        ASSERT_TRUE(fakes.urlSession->answer(status, headers));
-        run();
     }
     void say(Consent consent) {
         platform::setConsent(consent, [this] { ++changes; });
         run();
     }
 
-    std::string path() const { return fakes.directories->path() + "/" + kArchiveName; }
-    /// The sequence ids on disk; "none" without a file.
-    std::string onDisk() const {
-        const auto archive = readQueueArchive(path());
-        if (!archive) return "none";
-        std::string ids;
-        for (const auto& element : archive->unsentEvents) {
-            ids += std::to_string(eventWrapperOf(element)->sequenceId());
-        }
-        return ids;
-    }
-    std::vector<std::string> bodies() const {
-        std::vector<std::string> texts;
-        for (const auto& request : fakes.urlSession->requests()) {
-            texts.push_back(textOf(request.body.value_or(Data())));
-        }
-        return texts;
-    }
-    static std::uint64_t count(Delivery what) { return platform::deliveryCounts(kArchiveName).value()[what]; }
-
-    platform::testing::FakePlatform fakes;
-    std::shared_ptr<Digits> delegate = std::make_shared<Digits>();
-    std::shared_ptr<AnalyticsEventsQueue> queue;
     int changes = 0;
 };
 
@@ -112,7 +39,7 @@ TEST_F(Consenting, UndecidedKeepsRecordsOnDiskAndAGrantSendsThemAtOnce) {
     start({.consent = Consent::undecided});
     push(2);
     flush();
-    EXPECT_EQ(onDisk(), "21");
+    EXPECT_EQ(onDisk(), "2 1");
     EXPECT_TRUE(bodies().empty());
     say(Consent::granted);
     EXPECT_EQ(bodies(), std::vector<std::string>{"21"});
@@ -137,7 +64,7 @@ TEST_F(Consenting, BackToUndecidedLetsTheUploadEndAndKeepsWhatFails) {
     push();
     EXPECT_EQ(fakes.urlSession->waiting(), 1u);
     answer(500);
-    EXPECT_EQ(onDisk(), "12");
+    EXPECT_EQ(onDisk(), "1r 2");
     EXPECT_EQ(bodies().size(), 1u);
 }
 
@@ -204,10 +131,10 @@ TEST_F(Consenting, AGrantDuringARefusalWaitsForItsEnd) {
 }
 
 TEST_F(Consenting, NoFailureBringsABatchBackAcrossARefusal) {
-    delegate->takesOver = true;
+    delegate->takeOver();
     start({});
     push();
-    const SubmitCompletion beyondCancelling = delegate->completion;
+    const SubmitCompletion beyondCancelling = delegate->completions.back();
     say(Consent::refused);
     say(Consent::granted);
     beyondCancelling(std::nullopt, 500, nullptr);
@@ -215,11 +142,118 @@ TEST_F(Consenting, NoFailureBringsABatchBackAcrossARefusal) {
     EXPECT_EQ(onDisk(), "none");
 
     push();
-    delegate->completion(std::nullopt, 500, nullptr);
+    delegate->completions.back()(std::nullopt, 500, nullptr);
     say(Consent::refused);
     EXPECT_EQ(onDisk(), "none") << "it was about to be put back";
     EXPECT_EQ(count(Delivery::discarded), 2u);
     EXPECT_EQ(changes, 3);
+}
+
+TEST_F(Consenting, ARefusalDeletesTheFilesOfQueuesThatAreGone) {
+    start({}, 10);
+    push();
+    queue.reset();
+    ASSERT_EQ(onDisk(), "1");
+    say(Consent::refused);
+    EXPECT_FALSE(platform::fileExists(path()));
+    EXPECT_EQ(changes, 1);
+}
+
+/// Queues that are given their tasks by the test, which knows them by their label.
+class MeddlingQueues final : public platform::Queues {
+  public:
+    using Give = std::function<void(const std::string& label, platform::SerialQueue& queue, platform::Task)>;
+
+    MeddlingQueues(std::shared_ptr<platform::testing::ManualQueues> queues, Give give)
+        : queues_(std::move(queues)), give_(std::move(give)) {}
+
+    std::shared_ptr<platform::SerialQueue> makeSerialQueue(const std::string& label) override {
+        return std::make_shared<Meddling>(label, queues_->makeSerialQueue(label), give_);
+    }
+    std::shared_ptr<platform::MainQueue> mainQueue() override { return queues_->mainQueue(); }
+
+  private:
+    struct Meddling final : platform::SerialQueue {
+        Meddling(std::string itsLabel, std::shared_ptr<platform::SerialQueue> itsQueue, Give function)
+            : label(std::move(itsLabel)), queue(std::move(itsQueue)), give(std::move(function)) {}
+        void async(platform::Task task) override { give(label, *queue, std::move(task)); }
+        [[nodiscard]] bool isCurrent() const noexcept override { return queue->isCurrent(); }
+        const std::string label;
+        const std::shared_ptr<platform::SerialQueue> queue;
+        const Give give;
+    };
+    const std::shared_ptr<platform::testing::ManualQueues> queues_;
+    const Give give_;
+};
+
+TEST_F(Consenting, ARefusalWithoutMemoryHoldsAndIsCarriedOutAfterwards) {
+    enum Memory { enough, noneAndThrows, noneAndLosesTheTask };
+    constexpr const char* kGate = "com.quillo.quill-kit.consent";
+    Memory memory = enough;
+    std::string without;
+    platform::Platform platform = fakes.platform();
+    platform.queues = std::make_shared<MeddlingQueues>(
+        fakes.queues, [&](const std::string& label, platform::SerialQueue& given, platform::Task task) {
+            if (memory == enough || without.find(label) == std::string::npos)
+                given.async(std::move(task));
+            else if (memory == noneAndThrows)
+                throw std::bad_alloc();
+        });
+    ASSERT_EQ(platform::install(std::move(platform)), platform::InstallResult::installed);
+    makeQueue(1);
+    for (const std::string& labels :
+         {std::string(kArchiveName), std::string(kGate), std::string(kArchiveName) + kGate}) {
+        for (const Memory kind : {noneAndThrows, noneAndLosesTheTask}) {
+            say(Consent::undecided);
+            push(2);
+            ASSERT_EQ(onDisk(), "2 1");
+            changes = 0;
+            without = labels;
+            memory = kind;
+            platform::setConsent(Consent::refused, [this] { ++changes; });
+            EXPECT_EQ(platform::consent(), Consent::refused);
+            memory = enough;
+            run();
+            EXPECT_EQ(changes, 1) << labels << kind;
+            EXPECT_EQ(onDisk(), "none") << labels << kind;
+            say(Consent::granted);
+            EXPECT_TRUE(bodies().empty()) << labels << kind << ": what was kept before is not sent after";
+        }
+    }
+}
+
+TEST_F(Consenting, ARefusalWhileAQueueIsMadeReachesItAlsoWhenItIsOver) {
+    std::function<void()> meanwhile = [] {};
+    platform::Platform platform = fakes.platform();
+    // The queue gives this one a task right before it reads its file.
+    platform.queues = std::make_shared<MeddlingQueues>(
+        fakes.queues,
+        [&meanwhile](const std::string& label, platform::SerialQueue& given, platform::Task task) {
+            given.async(std::move(task));
+            if (label == "delete_archive_dispatch_queue") meanwhile();
+        });
+    ASSERT_EQ(platform::install(std::move(platform)), platform::InstallResult::installed);
+    for (const bool isOver : {false, true}) {
+        // A name that nobody has had yet, so that no refusal knows the file.
+        const std::string name = isOver ? "over.plist" : "underway.plist";
+        const std::string file = fakes.directories->path() + "/" + name;
+        leaveArchive(file,
+                     {std::shared_ptr<platform::Archivable>(std::make_shared<EventWrapper>(7, event()))}, 7);
+        meanwhile = [&] {
+            platform::setConsent(Consent::refused);
+            if (!isOver) return;
+            run();
+            say(Consent::granted);
+        };
+        queue = AnalyticsEventsQueue::create(kEndpoint, nullptr, name, 1, delegate);
+        meanwhile = [] {};
+        run();
+        EXPECT_EQ(onDisk(file), "none") << isOver;
+        say(Consent::granted);
+        EXPECT_EQ(platform::consent(), Consent::granted);
+        push();
+        EXPECT_EQ(lastBody(), "1") << isOver;
+    }
 }
 
 TEST_F(Consenting, ADelegateThatAsksForARefusalWhileTheBatchIsTakenStopsIt) {
@@ -241,8 +275,18 @@ TEST_F(Consenting, ADelegateThatAsksForARefusalWhileTheBatchIsTakenStopsIt) {
 TEST_F(Consenting, AProcessThatStartsRefusedDeletesWhatItFindsAndLeavesNoTrace) {
     const std::string ofEarlierProcess = fakes.directories->path() + "/qlsdk-operational-metrics2.plist";
     std::ofstream(ofEarlierProcess) << "old";
-    ASSERT_TRUE(QueueArchiveWriter(path()).write(7));
+    leaveArchive(path(), {}, 7);
+    const std::vector<std::string> beside = {".spare", ".unreadable", ".corrupt", ".qlsdk~aB3dE9"};
+    for (const std::string& suffix : beside) {
+        std::ofstream(path() + suffix) << "old";
+        std::ofstream(ofEarlierProcess + suffix) << "old";
+    }
     start({.consent = Consent::refused});
+    say(Consent::refused);
+    for (const std::string& suffix : beside) {
+        EXPECT_FALSE(platform::fileExists(path() + suffix)) << suffix;
+        EXPECT_FALSE(platform::fileExists(ofEarlierProcess + suffix)) << suffix;
+    }
     EXPECT_FALSE(platform::fileExists(ofEarlierProcess)) << "although its queue was never made";
     EXPECT_EQ(onDisk(), "none");
 
@@ -295,6 +339,34 @@ TEST_F(DryRun, HandsRequestsToTheHostAndCountsThemAsAccepted) {
     EXPECT_EQ(seen.size(), 1u) << "consent comes first";
 }
 
+TEST_F(DryRun, ARefusalEndsThoseThatWaitAndAGrantAllowsNewOnes) {
+    int seen = 0;
+    fakes.urlSession->setMostUploadsOfAQueue(1);
+    start({.dryRun = [&seen](const platform::UrlRequest&) { ++seen; }});
+    EXPECT_GT(platform::current().urlSession->mostUploadsOfAQueue(), 1u) << "nothing waits for a network";
+    std::string order;
+    const auto ask = [&order](char name) {
+        platform::current().urlSession->dataTask(
+            {.url = "https://localhost/", .method = "GET", .headers = {}, .body = {}}, {},
+            [&order, name](const platform::UrlResult& result) {
+                order += name;
+                order += result.error ? '-' : '+';
+            });
+    };
+    ask('a');
+    platform::setConsent(Consent::refused, [&order] { order += 'R'; });
+    ask('b');
+    run();
+    EXPECT_EQ(order, "a-b-R");
+    EXPECT_EQ(seen, 0);
+    say(Consent::granted);
+    ask('c');
+    push();
+    EXPECT_EQ(order, "a-b-Rc+");
+    EXPECT_EQ(seen, 2);
+    EXPECT_TRUE(bodies().empty());
+}
+
 using RetryDelay = ControlledQueue;
 
 TEST_F(RetryDelay, OfTheServerIsCappedWhereTheHostSaysSo) {
@@ -315,7 +387,7 @@ TEST_F(RetryDelay, HoldsOverAClockThatJumpsByYears) {
     for (const double jump : {-30 * kYear, -80 * kYear, 0.0}) {
         fakes.clock->set(begin + jump);
         flush();
-        EXPECT_EQ(onDisk(), "1") << "deferred until its own time, whatever day the clock shows: " << jump;
+        EXPECT_EQ(onDisk(), "1s") << "deferred until its own time, whatever day the clock shows: " << jump;
     }
     fakes.clock->set(begin + 100 * kYear);
     flush();
@@ -327,7 +399,7 @@ TEST_F(RetryDelay, HoldsOverAClockThatJumpsByYears) {
     answer(503, "5000");
     fakes.clock->set(begin);
     flush();
-    EXPECT_EQ(onDisk(), "2");
+    EXPECT_EQ(onDisk(), "2s");
     // Clocks without sense and delays without end neither overflow nor stop the queue.
     constexpr double kInfinity = std::numeric_limits<double>::infinity();
     for (const double senseless : {-1e300, 1e300, -kInfinity, kInfinity, begin}) {
@@ -392,7 +464,7 @@ TEST_F(DeliveryCounting, AFullDiskKeepsTheOldFileAndCountsWhatItDoesNotHold) {
     EXPECT_EQ(count(Delivery::lostToFailedWrite), 2u);
 
     push();
-    EXPECT_EQ(onDisk(), "4321") << "with room again the file holds all that memory does";
+    EXPECT_EQ(onDisk(), "4 3 2 1") << "with room again the file holds all that memory does";
     EXPECT_EQ(count(Delivery::lostToFailedWrite), 2u);
     flush();
     answer(200);

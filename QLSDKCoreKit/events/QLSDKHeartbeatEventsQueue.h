@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
 #include "QLSDKCoreKit/events/QLSDKHeartbeat.h"
-#include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/Queues.h"
 
 namespace qlsdk {
@@ -25,12 +25,15 @@ class QLSDK_EXPORT QLSDKHeartbeatEventsQueue final : public AnalyticsEventsQueue
     /// consent is refused nothing happens at all.
     ///
     /// Runs on the calling thread up to the encoding (user defaults, keychain and clock are read); the rest
-    /// is the queue's. Two calls for one kit at the same moment may both be sent.
+    /// is the queue's. Two calls for one kit at the same moment may both be sent. Nothing is thrown: a
+    /// heartbeat that cannot be encoded or queued leaves no date, so that the next one is due, and
+    /// diagnostics tell of it.
     void addEvent(const QLSDKHeartbeat& heartbeat);
 
-    /// "HearbeatBatch": every heartbeat as field 1, in the given order.
+    /// "HearbeatBatch": every heartbeat as field 1, in the given order. Throws when they do not all fit.
     [[nodiscard]] std::optional<Data> parseEvents(AnalyticsEventsQueue& queue, const EventList& events,
                                                   std::int64_t maxSequenceId) override;
+    [[nodiscard]] std::size_t recordsThatFit(AnalyticsEventsQueue& queue, const EventList& events) override;
 
   private:
     QLSDKHeartbeatEventsQueue();
@@ -42,7 +45,7 @@ class QLSDK_EXPORT QLSDKHeartbeatEventsQueue final : public AnalyticsEventsQueue
 
     /// Set once, before the instance is shared.
     std::shared_ptr<AnalyticsEventsQueue> _eventsQueue;
-    /// Held and given no work.
+    /// Made and held, but nothing is given to it: a heartbeat is encoded on the thread that adds it.
     std::shared_ptr<platform::SerialQueue> _dispatchQueue;
 };
 

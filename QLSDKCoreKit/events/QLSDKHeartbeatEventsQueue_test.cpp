@@ -2,6 +2,8 @@
 
 #include <wire/heartbeat.pb.h>
 
+#include "QLSDKCoreKit/picoproto/testing/StrictReader.h"
+#include "QLSDKCoreKit/platform/internal/testing/FailingAllocations.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 #include "QLSDKCoreKit/storage/QLSDKInstallation.h"
 
@@ -53,6 +55,57 @@ TEST_F(QLSDKHeartbeatEventsQueueTest, DescribesTheKitTheInstallationAndTheDevice
     EXPECT_TRUE(heartbeat.unknown_fields().empty());
 }
 
+TEST_F(QLSDKHeartbeatEventsQueueTest, TextsThatAreNoUtf8DecodeStrictly) {
+    fakes.bundles->setMain({{"QLSDKClientId", "c\xFC"}});
+    fakes.device->systemVersionText = fakes.device->modelText = "d\xC3";
+    fakes.locale->language = "l\x80";
+    auto& queue = QLSDKHeartbeatEventsQueue::sharedInstance();
+    for (const auto& text : testing::kRepairedTexts) {
+        queue.addEvent({QLSDKKitTypeFeed, std::string(text.raw)});
+        fakes.queues->runSerialQueuesUntilIdle();
+        fakes.clock->advance(86401);
+        quillkit::wire::HearbeatBatch batch;
+        const std::string bytes = textOf(*fakes.urlSession->requests().back().body);
+        ASSERT_TRUE(testing::decodesStrictly(*batch.GetDescriptor(), bytes)) << text.raw;
+        ASSERT_TRUE(batch.ParseFromString(bytes));
+        const auto& heartbeat = batch.heartbeats(0);
+        EXPECT_EQ(heartbeat.kit_version(), text.repaired);
+        EXPECT_EQ(heartbeat.client_id(), "c\xEF\xBF\xBD");
+        EXPECT_EQ(heartbeat.device_environment().system_version(), "d\xEF\xBF\xBD");
+        EXPECT_EQ(heartbeat.device_environment().device_model(), "d\xEF\xBF\xBD");
+        EXPECT_EQ(heartbeat.device_environment().locale(), "l\xEF\xBF\xBD-US");
+        ASSERT_TRUE(fakes.urlSession->answer(200));
+    }
+}
+
+TEST_F(QLSDKHeartbeatEventsQueueTest, WhatCannotBeEncodedIsNotSentAndLeavesTheKitDue) {
+    using testing::FailingAllocations;
+    auto& queue = QLSDKHeartbeatEventsQueue::sharedInstance();
+    queue.addEvent({QLSDKKitTypeSharing, std::string(131072, 'v')});
+    EXPECT_TRUE(fakes.userDefaults->entries().empty());
+    const QLSDKHeartbeat heartbeat(QLSDKKitTypeFeed, std::string(900, 'v'));
+    const std::string whole = textOf(encodedBytes(*heartbeat.encodeablePicoproto()->ctx()));
+    for (const auto which : {FailingAllocations::Which::next, FailingAllocations::Which::all}) {
+        bool failed = true;
+        for (std::int64_t n = 0; failed; ++n) {
+            FailingAllocations failing(which, n);
+            queue.addEvent(heartbeat);
+            failing.stop();
+            failed = failing.failed() > 0;
+            fakes.queues->runSerialQueuesUntilIdle();
+            const bool sent = fakes.urlSession->answer(200);
+            EXPECT_TRUE(sent || fakes.userDefaults->entries().empty()) << "dated and not queued";
+            EXPECT_TRUE(failed || sent);
+            if (!sent) continue;
+            quillkit::wire::HearbeatBatch batch;
+            ASSERT_TRUE(batch.ParseFromString(textOf(*fakes.urlSession->requests().back().body)));
+            ASSERT_EQ(batch.heartbeats_size(), 1);
+            EXPECT_EQ(batch.heartbeats(0).SerializeAsString(), whole) << n;
+            fakes.userDefaults->setObjectForKey({}, "com.quillo.quill-kit.heartbeat.FEED_KIT");
+        }
+    }
+}
+
 TEST_F(QLSDKHeartbeatEventsQueueTest, EachKitIsDueOnceInStrictlyMoreThanADay) {
     EXPECT_TRUE(sends(1));
     EXPECT_FALSE(sends(1));
@@ -63,6 +116,12 @@ TEST_F(QLSDKHeartbeatEventsQueueTest, EachKitIsDueOnceInStrictlyMoreThanADay) {
     EXPECT_TRUE(sends(1));
     fakes.clock->advance(-1000000.0);
     EXPECT_FALSE(sends(1)) << "a stored date in the future";
+    EXPECT_FALSE(sends(1));
+    const auto told = fakes.diagnostics->told();
+    EXPECT_EQ(std::count_if(told.begin(), told.end(),
+                            [](const auto& one) { return one.kind == platform::DiagnosticKind::clock; }),
+              1)
+        << "told, and once";
 }
 
 TEST_F(QLSDKHeartbeatEventsQueueTest, OnlyTheTableOfKitsHasKeysAndTheAvatarsIsCut) {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string_view>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
-#include "QLSDKCoreKit/platform/Export.h"
 
 namespace qlsdk {
 
@@ -15,7 +15,9 @@ namespace qlsdk {
 /// directory.
 ///
 /// Any thread: the caller encodes one small message and queues it; files and network are the queue's. Names
-/// are UTF-8 and end at their first NUL; an empty one is legal.
+/// are UTF-8 and end at their first NUL; an empty one is legal, and what is no UTF-8 becomes U+FFFD. Nothing
+/// is thrown: a name that is too long for a message (131,072 bytes), or memory that runs out, costs the event
+/// alone, which diagnostics tell.
 class QLSDK_EXPORT QLSDKOperationalMetricsQueue final : public AnalyticsEventsQueueDelegate {
   public:
     /// The one instance, made on first use, which reads the archive file on the calling thread. Any thread.
@@ -32,15 +34,16 @@ class QLSDK_EXPORT QLSDKOperationalMetricsQueue final : public AnalyticsEventsQu
     void addLatencyFromTime(double startSeconds, std::string_view name);
 
     /// "Metrics": every counter as field 1, then every timer as field 2, each in the given order. Messages of
-    /// other names are left out.
+    /// other names are left out. Throws when the rest does not all fit.
     [[nodiscard]] std::optional<Data> parseEvents(AnalyticsEventsQueue& queue, const EventList& events,
                                                   std::int64_t maxSequenceId) override;
+    [[nodiscard]] std::size_t recordsThatFit(AnalyticsEventsQueue& queue, const EventList& events) override;
 
   private:
     QLSDKOperationalMetricsQueue() = default;
 
-    /// A new "Timestamp" message, owned by the caller.
-    [[nodiscard]] static picoproto_ctx_s* _picoprotoTimestampWithTimestamp(double secondsSince1970);
+    /// A new "Timestamp" message.
+    [[nodiscard]] static MessageContext _picoprotoTimestampWithTimestamp(double secondsSince1970);
     void pushMetric(const char* messageName, std::int64_t value, std::string_view name);
 
     /// Set once, before the instance is shared.

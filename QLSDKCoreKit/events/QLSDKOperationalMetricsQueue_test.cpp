@@ -1,10 +1,15 @@
 #include "QLSDKCoreKit/events/QLSDKOperationalMetricsQueue.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 
 #include <wire/metrics.pb.h>
 
+#include "QLSDKCoreKit/picoproto/testing/StrictReader.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
+#include "QLSDKCoreKit/platform/internal/testing/FailingAllocations.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace qlsdk {
@@ -79,16 +84,62 @@ TEST_F(QLSDKOperationalMetricsQueueTest, LatenciesFromATimeAreCutTowardZeroAndSa
     }
 }
 
-TEST_F(QLSDKOperationalMetricsQueueTest, AnyNameIsLegal) {
-    const std::string_view names[] = {"", std::string_view("cut\0here", 8), "na\xC3\xAFve", "50%s"};
-    for (int i = 0; i < 10; ++i) queue().addCount(-1, names[i % 4]);
-    const std::string bytes = body();
+TEST_F(QLSDKOperationalMetricsQueueTest, AnyNameIsLegalAndDecodesStrictly) {
+    std::vector<testing::RepairedText> names(std::begin(testing::kRepairedTexts),
+                                             std::end(testing::kRepairedTexts));
+    const std::string longName(50000, 'n');
+    names.insert(
+        names.end(),
+        {{"", ""}, {std::string_view("cut\0here", 8), "cut"}, {"50%s", "50%s"}, {longName, longName}});
+    ASSERT_EQ(names.size(), 10u);
+    queue().addCount(1, std::string(131072, 'n'));
+    queue().addLatency(1, std::string(200000, 'n'));
+    for (const auto& name : names) queue().addCount(-1, name.raw);
     quillkit::wire::Metrics metrics;
+    const std::string bytes = body();
+    ASSERT_TRUE(testing::decodesStrictly(*metrics.GetDescriptor(), bytes));
     ASSERT_TRUE(metrics.ParseFromString(bytes));
-    EXPECT_EQ(metrics.counters(9).name(), "");
-    EXPECT_EQ(metrics.counters(8).name(), "cut");
-    EXPECT_EQ(metrics.counters(6).name(), "50%s");
-    EXPECT_EQ(metrics.counters(0).count(), -1);
+    EXPECT_EQ(metrics.timers_size(), 0) << "longer than a message";
+    const std::vector<platform::Diagnostic> told = platform::diagnostics();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told.front().kind, platform::DiagnosticKind::records);
+    EXPECT_EQ(told.front().times, 2u);
+    ASSERT_EQ(metrics.counters_size(), 10);
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(metrics.counters(9 - i).name(), names[static_cast<std::size_t>(i)].repaired);
+        EXPECT_EQ(metrics.counters(9 - i).count(), -1);
+    }
+}
+
+TEST_F(QLSDKOperationalMetricsQueueTest, WantOfMemoryCostsEventsWholeAndNothingElse) {
+    using testing::FailingAllocations;
+    const std::string name(900, 'n');
+    queue().addCount(-1, name);
+    std::multiset<std::int64_t> kept{-1};
+    for (const auto which : {FailingAllocations::Which::next, FailingAllocations::Which::all}) {
+        bool failed = true;
+        for (std::int64_t n = 0; failed; ++n) {
+            FailingAllocations failing(which, n);
+            queue().addCount(n, name);
+            failing.stop();
+            failed = failing.failed() > 0;
+            if (!failed) kept.insert(n);
+        }
+    }
+    while (kept.size() < 10) {
+        kept.insert(1000);
+        queue().addCount(1000, name);
+    }
+    quillkit::wire::Metrics metrics;
+    ASSERT_TRUE(metrics.ParseFromString(body()));
+    std::multiset<std::int64_t> sent;
+    for (const auto& metric : metrics.counters()) {
+        EXPECT_EQ(metric.name(), name);
+        EXPECT_EQ(metric.timestamp().seconds(), 1000);
+        sent.insert(metric.count());
+    }
+    // Some failures are survived: a message that cannot be made smaller is queued as it is.
+    EXPECT_TRUE(std::includes(sent.begin(), sent.end(), kept.begin(), kept.end()));
 }
 
 TEST_F(QLSDKOperationalMetricsQueueTest, MessagesOfOtherNamesAreLeftOut) {

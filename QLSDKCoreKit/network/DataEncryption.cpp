@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "QLSDKCoreKit/core/DataHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/platform/Crypto.h"
 
 namespace qlsdk {

@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Data.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 

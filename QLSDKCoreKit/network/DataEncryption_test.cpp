@@ -1,6 +1,6 @@
 #include "QLSDKCoreKit/network/DataEncryption.h"
 
-#include "QLSDKCoreKit/core/DataHelpers.h"
+#include "QLSDKCoreKit/core/Helpers.h"
 
 namespace qlsdk {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/network/QLAuthHeaderProvider.h"
-#include "QLSDKCoreKit/platform/Export.h"
 
 namespace qlsdk {
 

@@ -1,14 +1,16 @@
 #include "QLSDKCoreKit/network/QLSDKNetworkRequest.h"
 
 #include <algorithm>
+#include <utility>
 
+#include "QLSDKCoreKit/core/Helpers.h"
 #include "QLSDKCoreKit/core/QLSDKClientSetup.h"
 #include "QLSDKCoreKit/core/QLSDKTweaks.h"
-#include "QLSDKCoreKit/core/UrlHelpers.h"
 #include "QLSDKCoreKit/core/Uuid.h"
 #include "QLSDKCoreKit/platform/Log.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/Url.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
 
 namespace qlsdk {
 
@@ -19,6 +21,13 @@ std::optional<std::string> newTraceId() {
     std::optional<std::string> id = makeUuidString();
     if (id) std::erase(*id, '-');
     return id;
+}
+
+/// Sets a field of the library's own. Without a value it is left out, and the caller's of that name goes,
+/// too.
+void setOwnField(platform::HeaderFields& headers, std::string_view name,
+                 const std::optional<std::string>& value) {
+    value ? headers.set(name, *value) : headers.erase(name);
 }
 
 std::string madeUserAgent() {
@@ -33,6 +42,30 @@ QLSDKNetworkRequest::QLSDKNetworkRequest(std::string path, std::string method,
     : path_(std::move(path)),
       method_(std::move(method)),
       authHeaderProvider_(std::move(authHeaderProvider)) {}
+
+std::optional<std::string> QLSDKNetworkRequest::identifier() const {
+    return std::nullopt;
+}
+
+void QLSDKNetworkRequest::setHeaders(std::optional<platform::HeaderFields> headers) {
+    headers_ = std::move(headers);
+}
+
+void QLSDKNetworkRequest::setQueryParams(std::optional<Dictionary> queryParams) {
+    queryParams_ = std::move(queryParams);
+}
+
+void QLSDKNetworkRequest::setHttpBody(std::optional<Data> httpBody) {
+    httpBody_ = std::move(httpBody);
+}
+
+void QLSDKNetworkRequest::setContentType(std::optional<std::string> contentType) {
+    contentType_ = std::move(contentType);
+}
+
+void QLSDKNetworkRequest::setAuthHeaderProvider(std::shared_ptr<QLAuthHeaderProvider> provider) {
+    authHeaderProvider_ = std::move(provider);
+}
 
 std::optional<platform::UrlRequest> QLSDKNetworkRequest::toUrlRequest() const {
     return toUrlRequestWithBaseUrl(QLSDKTweaks::shared().quillKitApiBaseUrl());
@@ -50,12 +83,13 @@ std::optional<platform::UrlRequest> QLSDKNetworkRequest::toUrlRequestWithBaseUrl
 
     // The library's own fields come after the caller's, so that they replace them.
     const std::optional<std::string> traceId = newTraceId();
-    if (traceId) request.headers.set("X-Cloud-Trace-Context", *traceId + "/0;o=1");
+    setOwnField(request.headers, "X-Cloud-Trace-Context",
+                traceId ? std::optional(*traceId + "/0;o=1") : std::nullopt);
     platform::logLine("[QuillKit] path=" + path_ + " trace_id=" + describe(traceId));
     setBody(request);
     request.headers.set("User-Agent", userAgent());
     setAuthHeader(request);
-    if (const auto clientId = _clientId()) request.headers.set("X-Quill-SDK-OAuth-Client-Id", *clientId);
+    setOwnField(request.headers, "X-Quill-SDK-OAuth-Client-Id", _clientId());
     return request;
 }
 
@@ -69,21 +103,19 @@ std::optional<std::string> QLSDKNetworkRequest::urlText(std::string_view baseUrl
 }
 
 void QLSDKNetworkRequest::setBody(platform::UrlRequest& request) const {
-    if (method_ != "POST" || !httpBody_) return;
-    request.body = httpBody_;
-    if (contentType_) request.headers.set("Content-Type", *contentType_);
+    if (method_ == "POST") request.body = httpBody_;
+    setOwnField(request.headers, "Content-Type", request.body ? contentType_ : std::nullopt);
 }
 
 void QLSDKNetworkRequest::setAuthHeader(platform::UrlRequest& request) const {
     if (authHeaderProvider_ == nullptr) return;
     const std::optional<std::string> value = authHeaderProvider_->authHeaderValue();
-    const std::string name = authHeaderProvider_->authHeaderName();
-    if (value) request.headers.set(name, *value);
+    setOwnField(request.headers, authHeaderProvider_->authHeaderName(), value);
 }
 
 const std::string& QLSDKNetworkRequest::userAgent() {
-    static const std::string& cached = *new std::string(madeUserAgent());
-    return cached;
+    static constinit platform::ForkSafeOnce<std::string> cached;
+    return cached.get(madeUserAgent);
 }
 
 std::optional<std::string> QLSDKNetworkRequest::_clientId() {

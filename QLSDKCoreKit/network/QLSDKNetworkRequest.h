@@ -5,13 +5,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/network/QLAuthHeaderProvider.h"
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/UrlSession.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/values/Data.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 
@@ -29,30 +28,30 @@ class QLSDK_EXPORT QLSDKNetworkRequest {
     /// Never set: 0.
     [[nodiscard]] std::int64_t expectedStatusCode() const noexcept { return 0; }
     /// Never set: absent.
-    [[nodiscard]] std::optional<std::string> identifier() const { return std::nullopt; }
+    [[nodiscard]] std::optional<std::string> identifier() const;
 
-    /// Extra header fields; the library's own fields replace those of the same name.
+    /// Extra header fields. Those with the names of the library's own are not sent, whether or not the
+    /// library has a value for its own: trace, content type (also of a request without a body), user agent,
+    /// client identifier and the provider's.
     [[nodiscard]] const std::optional<platform::HeaderFields>& headers() const noexcept { return headers_; }
-    void setHeaders(std::optional<platform::HeaderFields> headers) { headers_ = std::move(headers); }
+    void setHeaders(std::optional<platform::HeaderFields> headers);
 
     /// Query parameters, in this order; values that are no text are rendered as one.
     [[nodiscard]] const std::optional<Dictionary>& queryParams() const noexcept { return queryParams_; }
-    void setQueryParams(std::optional<Dictionary> queryParams) { queryParams_ = std::move(queryParams); }
+    void setQueryParams(std::optional<Dictionary> queryParams);
 
     /// Sent only with the method "POST".
     [[nodiscard]] const std::optional<Data>& httpBody() const noexcept { return httpBody_; }
-    void setHttpBody(std::optional<Data> httpBody) { httpBody_ = std::move(httpBody); }
+    void setHttpBody(std::optional<Data> httpBody);
 
     /// The value of "Content-Type" where a body is sent; absent leaves the field out.
     [[nodiscard]] const std::optional<std::string>& contentType() const noexcept { return contentType_; }
-    void setContentType(std::optional<std::string> contentType) { contentType_ = std::move(contentType); }
+    void setContentType(std::optional<std::string> contentType);
 
     [[nodiscard]] const std::shared_ptr<QLAuthHeaderProvider>& authHeaderProvider() const noexcept {
         return authHeaderProvider_;
     }
-    void setAuthHeaderProvider(std::shared_ptr<QLAuthHeaderProvider> provider) {
-        authHeaderProvider_ = std::move(provider);
-    }
+    void setAuthHeaderProvider(std::shared_ptr<QLAuthHeaderProvider> provider);
 
     /// The request against the API base URL of `QLSDKTweaks`. Each conversion draws a new trace id, logs one
     /// line with it and asks the provider for a fresh value. Absent when base URL and path form no URL.

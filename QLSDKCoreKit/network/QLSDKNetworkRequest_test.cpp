@@ -69,17 +69,38 @@ TEST_F(QLSDKNetworkRequestTest, OnlyAnExactPostCarriesABody) {
     EXPECT_EQ(header(converted(untyped), "Content-Type"), "(none)");
 }
 
-TEST_F(QLSDKNetworkRequestTest, TheLibrarysFieldsReplaceTheCallers) {
-    QLSDKNetworkRequest request("/v1/x", "POST", std::make_shared<Provider>("sealed"));
-    platform::HeaderFields headers;
-    for (const char* name : {"user-agent", "X-Cloud-Trace-Context", "x-auth", "X-Own"})
-        headers.set(name, "mine");
-    request.setHeaders(headers);
-    const platform::UrlRequest url = converted(request);
-    EXPECT_EQ(header(url, "User-Agent"), "QLSDK/(iPhone;iOS;12.2)");
-    EXPECT_NE(header(url, "X-Cloud-Trace-Context"), "mine");
-    EXPECT_EQ(header(url, "X-Auth"), "sealed");
-    EXPECT_EQ(header(url, "X-Own"), "mine");
+TEST_F(QLSDKNetworkRequestTest, TheLibrarysFieldsReplaceTheCallersAlsoWhereTheyHaveNoValue) {
+    struct Case {
+        const char* method;
+        std::optional<Data> body;
+        std::optional<std::string> contentType;
+        std::shared_ptr<Provider> provider;
+        const char* expectedType;
+        const char* expectedAuth;
+    };
+    const Data body = dataOf("body");
+    for (const Case& c :
+         {Case{"POST", body, "a/b", std::make_shared<Provider>("sealed"), "a/b", "sealed"},
+          Case{"POST", body, std::nullopt, std::make_shared<Provider>(std::nullopt), "(none)", "(none)"},
+          Case{"POST", std::nullopt, "a/b", nullptr, "(none)", "mine"},
+          Case{"GET", body, "a/b", nullptr, "(none)", "mine"}}) {
+        QLSDKNetworkRequest request("/v1/x", c.method, c.provider);
+        request.setHttpBody(c.body);
+        request.setContentType(c.contentType);
+        platform::HeaderFields headers;
+        for (const char* name : {"user-agent", "x-cloud-trace-context", "X-AUTH", "content-type",
+                                 "x-quill-sdk-oauth-client-id", "X-Own"}) {
+            headers.set(name, "mine");
+        }
+        request.setHeaders(headers);
+        const platform::UrlRequest url = converted(request);
+        EXPECT_EQ(header(url, "User-Agent"), "QLSDK/(iPhone;iOS;12.2)");
+        EXPECT_TRUE(header(url, "X-Cloud-Trace-Context").ends_with("/0;o=1"));
+        EXPECT_EQ(header(url, "X-Quill-SDK-OAuth-Client-Id"), "abc");
+        EXPECT_EQ(header(url, "Content-Type"), c.expectedType);
+        EXPECT_EQ(header(url, "X-Auth"), c.expectedAuth);
+        EXPECT_EQ(header(url, "X-Own"), "mine");
+    }
 }
 
 TEST_F(QLSDKNetworkRequestTest, EachConversionHasATraceOfItsOwnAndLogsIt) {
@@ -104,12 +125,6 @@ TEST_F(QLSDKNetworkRequestTest, QueryParametersReplaceTheQueryAndNoneLeavesItAlo
     EXPECT_EQ(converted(request).url, "https://h/p?b=x%20y&a=1%262");
 }
 
-TEST_F(QLSDKNetworkRequestTest, AnAbsentAuthValueLeavesTheFieldOut) {
-    EXPECT_EQ(header(converted({"/p", "GET", std::make_shared<Provider>(std::nullopt)}), "X-Auth"), "(none)");
-    fakes.random->failAfter(0, 5);
-    EXPECT_EQ(header(converted({"/p", "GET", nullptr}), "X-Cloud-Trace-Context"), "(none)");
-}
-
 TEST(QLSDKNetworkRequest, ANumberAsClientIdentifierIsPrintedAndAnAbsentOneLeftOut) {
     platform::testing::FakePlatform fakes;
     fakes.bundles->setMain({{"QLSDKClientId", 4711}});
@@ -119,14 +134,20 @@ TEST(QLSDKNetworkRequest, ANumberAsClientIdentifierIsPrintedAndAnAbsentOneLeftOu
     EXPECT_EQ(*url->headers.find("X-Quill-SDK-OAuth-Client-Id"), "4711");
 }
 
-TEST(QLSDKNetworkRequest, WithoutAClientIdentifierTheRestIsComplete) {
+TEST(QLSDKNetworkRequest, WithoutAClientIdentifierAndATraceTheRestIsComplete) {
     platform::testing::FakePlatform fakes;
     fakes.bundles->setMain({});
+    fakes.random->failAfter(0, 5);
     ASSERT_TRUE(fakes.install());
-    const auto url = QLSDKNetworkRequest("/p", "GET", nullptr).toUrlRequest();
+    QLSDKNetworkRequest request("/p", "GET", nullptr);
+    platform::HeaderFields headers;
+    headers.set("x-cloud-trace-context", "mine");
+    headers.set("X-QUILL-SDK-OAuth-Client-Id", "mine");
+    request.setHeaders(headers);
+    const auto url = request.toUrlRequest();
     ASSERT_TRUE(url);
-    EXPECT_EQ(url->headers.find("X-Quill-SDK-OAuth-Client-Id"), nullptr);
-    EXPECT_EQ(url->headers.size(), 2u);
+    ASSERT_EQ(url->headers.size(), 1u);
+    EXPECT_EQ(url->headers.begin()->first, "User-Agent");
 }
 
 }  // namespace

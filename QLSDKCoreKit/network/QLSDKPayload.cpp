@@ -3,7 +3,10 @@
 #include <algorithm>
 
 #include "QLSDKCoreKit/network/internal/Sealing.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/platform/Random.h"
+#include "QLSDKCoreKit/values/internal/Hex.h"
 
 namespace qlsdk {
 
@@ -24,7 +27,7 @@ Data padded(const std::string& text) {
 std::optional<std::string> QLSDKPayload::serializePayload(DataView data) {
     // A health check of the random source before any work; the bytes themselves are not used.
     platform::Block16 probe{};
-    if (platform::current().random->copyBytes(probe) != 0) return std::nullopt;
+    if (!platform::copyRandomBytes(probe)) return std::nullopt;
     return "v2:" + describe(formatSerializedPayload(serialize(data)));
 }
 
@@ -40,12 +43,17 @@ std::optional<std::string> QLSDKPayload::formatSerializedPayload(
     const std::optional<std::string>& plaintext) {
     if (!plaintext) return std::nullopt;
     platform::Block16 nonce{};
-    if (platform::current().random->copyBytes(nonce) != 0) return std::nullopt;
+    if (!platform::copyRandomBytes(nonce)) return std::nullopt;
 
     const Data input = padded(*plaintext);
     Data output(input.size());
     platform::Block16 tag{};
-    if (sealPayload(output, tag, nonce, sealingKey(), 0, input, 0) != kSealingSuccess) return std::nullopt;
+    constexpr int kReserved = 0;
+    if (sealPayload(output, tag, nonce, sealingKey(), kReserved, input, kReserved) != kSealingSuccess) {
+        platform::reportDiagnostic({platform::DiagnosticKind::resources,
+                                    "the cipher of the client auth token fails; requests carry no token"});
+        return std::nullopt;
+    }
     return convertDataToHexString(nonce) + ":" + convertDataToHexString(tag) + ":" +
            convertDataToHexString(output);
 }
@@ -59,12 +67,9 @@ std::string QLSDKPayload::convertBytesToHexString(const std::uint8_t* bytes, std
 }
 
 std::string QLSDKPayload::convertDataToHexString(DataView data) {
-    static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string text(data.size() * 2, '0');
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        text[2 * i] = kDigits[data[i] >> 4];
-        text[2 * i + 1] = kDigits[data[i] & 15];
-    }
+    char* out = text.data();
+    for (const std::uint8_t byte : data) out = putHex(out, byte, kUpperHex);
     return text;
 }
 

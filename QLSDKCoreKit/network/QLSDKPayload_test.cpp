@@ -1,7 +1,6 @@
 #include "QLSDKCoreKit/network/QLSDKPayload.h"
 
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
-#include "QLSDKCoreKit/network/QLTokenSealing.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace qlsdk {

@@ -1,11 +1,12 @@
 #include "QLSDKCoreKit/picoproto/EncodablePicoproto.h"
 
 #include <algorithm>
+#include <new>
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "QLSDKCoreKit/picoproto/MessageContext.h"
-#include "QLSDKCoreKit/platform/KeyedCoder.h"
+#include "QLSDKCoreKit/values/KeyedCoder.h"
 
 namespace qlsdk {
 
@@ -15,7 +16,7 @@ constexpr std::string_view kDataKey = "QLSDKPicoProtoData";
 constexpr std::string_view kDataLengthKey = "QLSDKPicoProtoDataLength";
 constexpr std::string_view kNameKey = "QLSDKPicoProtoName";
 
-std::optional<std::string_view> nameOf(const picoproto_ctx_s* ctx) noexcept {
+std::optional<std::string_view> nameOf(const MessageContext& ctx) noexcept {
     if (ctx == nullptr || ctx->name == nullptr) return std::nullopt;
     return ctx->name;
 }
@@ -28,8 +29,10 @@ std::shared_ptr<platform::Archivable> EncodablePicoproto::initWithCoder(platform
     // The stored length is taken at its word, but never past the data that is really there.
     const auto length =
         std::min<std::uint64_t>(static_cast<std::uint64_t>(decoder.decodeInt64(kDataLengthKey)), data.size());
-    return std::make_shared<EncodablePicoproto>(
-        picoproto_new_from_bytes(name ? name->c_str() : nullptr, data.data(), length));
+    MessageContext ctx(picoproto_new_from_bytes(name ? name->c_str() : nullptr, data.data(), length));
+    // A record that came back without its event would cost another one its place in a batch.
+    if (ctx == nullptr) throw std::bad_alloc();
+    return std::make_shared<EncodablePicoproto>(std::move(ctx));
 }
 
 void EncodablePicoproto::encodeWithCoder(platform::KeyedEncoder& encoder) const {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "QLSDKCoreKit/picoproto/MessageContext.h"
-#include "QLSDKCoreKit/platform/KeyedCoder.h"
+#include "QLSDKCoreKit/values/KeyedCoder.h"
 
 namespace qlsdk {
 namespace {
@@ -67,7 +67,7 @@ TEST(EncodablePicoproto, ALengthThatDisagreesNeverReadsPastTheData) {
 }
 
 TEST(EncodablePicoproto, AnObjectWithoutAContextArchivesAsAnEmptyMessage) {
-    const auto restored = throughAnArchive(std::make_shared<EncodablePicoproto>(nullptr));
+    const auto restored = throughAnArchive(std::make_shared<EncodablePicoproto>(MessageContext()));
     ASSERT_NE(restored, nullptr);
     EXPECT_EQ(restored->ctx()->length, 0u);
     EXPECT_EQ(restored->ctx()->name, nullptr);

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 

@@ -2,8 +2,11 @@
 
 #include <cmath>
 #include <limits>
+#include <new>
 
 #include <wire/timestamp.pb.h>
+
+#include "QLSDKCoreKit/platform/internal/testing/FailingAllocations.h"
 
 namespace qlsdk {
 namespace {
@@ -32,6 +35,24 @@ TEST(TimestampMessage, CutsSecondsAndNanosTowardZero) {
         EXPECT_EQ(decoded.nanos(), c.nanos) << c.time;
         EXPECT_STREQ(message->name, "Timestamp");
     }
+}
+
+TEST(WriteUtf8Field, EndsAtTheNulAndAllocatesOnlyToRepair) {
+    const std::string valid = "a name that no short string holds \xE2\x82\xAC";
+    const MessageContext message(picoproto_new("M"));
+    {
+        const testing::FailingAllocations failing;
+        EXPECT_EQ(writeUtf8Field(message, 1, valid), 0);
+        EXPECT_EQ(writeUtf8Field(message, 1, std::string_view("a\0\xFF", 3)), 0);
+        EXPECT_THROW(writeUtf8Field(message, 1, "\xFF and more than a short string holds"), std::bad_alloc);
+    }
+    EXPECT_EQ(writeUtf8Field(message, 1, std::string_view()), 0);
+    EXPECT_EQ(writeUtf8Field(nullptr, 1, "a"), PICOPROTO_MESSAGE_TOO_LONG);
+    EXPECT_EQ(textOf(encodedBytes(*message)), "\x0A\x25" + valid +
+                                                  std::string("\x0A\x01"
+                                                              "a\x0A\x00",
+                                                              5));
+    EXPECT_TRUE(isComplete(message));
 }
 
 }  // namespace

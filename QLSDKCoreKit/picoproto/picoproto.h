@@ -3,7 +3,7 @@
 
 #include <stdint.h>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 /**
  * A minimal, write-only encoder for the Protocol Buffers wire format.
@@ -13,11 +13,16 @@
  * There is no finished state: the bytes may be read at any time and writing may go on afterwards.
  *
  * Every write returns a status: 0, or PICOPROTO_MESSAGE_TOO_LONG when the message would grow past
- * PICOPROTO_MAX_LENGTH. There is no roll-back: a field whose key was written but whose body was refused
- * leaves the partial field behind.
+ * PICOPROTO_MAX_LENGTH, or when there is no memory for it to grow. There is no roll-back: a field whose key
+ * was written but whose body was refused leaves the partial field behind, and all that stood before it as it
+ * was.
  *
- * A context is used by one thread at a time and may move between threads. A null context writes nothing and
- * returns PICOPROTO_MESSAGE_TOO_LONG. Running out of memory ends the process.
+ * A context that could not be made for want of memory is null, and every function takes null: one that writes
+ * into it writes nothing and returns PICOPROTO_MESSAGE_TOO_LONG (the repeated ones return 0 where they have
+ * nothing to write), but still frees the children that it was to free. So a message may be built without
+ * looking at each step: it is whole if the context is there and every status was 0.
+ *
+ * A context is used by one thread at a time and may move between threads.
  */
 
 #ifdef __cplusplus
@@ -26,7 +31,8 @@ extern "C" {
 
 /** The ceiling of one message in bytes. */
 #define PICOPROTO_MAX_LENGTH 131072u
-/** The status of a refused write: the number that the first platforms gave a message too long, everywhere. */
+/** The status of a refused write, also for want of memory: the number that the first platforms gave a message
+ * too long, everywhere. */
 #define PICOPROTO_MESSAGE_TOO_LONG 40
 
 /** The writer of one message. Read the fields freely; only the functions below change them. */
@@ -41,13 +47,14 @@ typedef struct picoproto_ctx_s {
     uint8_t* buffer;
 } picoproto_ctx_s;
 
-/** A new empty message with room for 1024 bytes. `name` is copied and may be null. Free with
- * `picoproto_free`. */
+/** A new empty message with room for 1024 bytes. `name` is copied and may be null. Null without the memory
+ * for it. Free with `picoproto_free`. */
 QLSDK_EXPORT picoproto_ctx_s* picoproto_new(const char* name);
 
 /**
  * A new context that holds a copy of `count` encoded bytes. More than PICOPROTO_MAX_LENGTH bytes, or null
- * with a count, give an empty context: the status of this copy is not reported.
+ * with a count, give an empty context: the status of this copy is not reported. Null without the memory for
+ * it.
  */
 QLSDK_EXPORT picoproto_ctx_s* picoproto_new_from_bytes(const char* name, const uint8_t* bytes,
                                                        uint64_t count);
@@ -77,10 +84,12 @@ QLSDK_EXPORT int32_t picoproto_write_repeated_embedded_message_field(picoproto_c
                                                                      picoproto_ctx_s* const* children,
                                                                      uint64_t count, int free_children);
 
-/** Four bytes, least significant first. Reports only a refused key: a refused body still returns 0. */
+/** Four bytes, least significant first. At the ceiling it reports only a refused key: a refused body returns
+ * 0. */
 QLSDK_EXPORT int32_t picoproto_write_fixed32_field(picoproto_ctx_s* ctx, uint64_t field, uint32_t value);
 
-/** Eight bytes, least significant first. Reports only a refused key: a refused body still returns 0. */
+/** Eight bytes, least significant first. At the ceiling it reports only a refused key: a refused body returns
+ * 0. */
 QLSDK_EXPORT int32_t picoproto_write_fixed64_field(picoproto_ctx_s* ctx, uint64_t field, uint64_t value);
 
 /** A base-128 integer. A signed value passes as its two's complement, so that a negative one takes ten bytes.

@@ -1,6 +1,7 @@
 #include "QLSDKCoreKit/picoproto/picoproto.h"
 
 #include <bit>
+#include <cstring>
 #include <limits>
 #include <random>
 #include <string>
@@ -8,8 +9,10 @@
 #include <vector>
 
 #include <google/protobuf/unknown_field_set.h>
+#include <malloc.h>
 
 #include "QLSDKCoreKit/picoproto/MessageContext.h"
+#include "QLSDKCoreKit/platform/internal/testing/FailingAllocations.h"
 
 namespace qlsdk {
 namespace {
@@ -160,18 +163,169 @@ TEST(Picoproto, RepeatedFieldsStopAtTheFirstRefusalAndFreeEveryChild) {
 
 TEST(Picoproto, NullArgumentsHaveTheirStatedOutcome) {
     picoproto_free(nullptr);
+    const char* const texts[] = {"a", nullptr};
     EXPECT_EQ(picoproto_write_varint_field(nullptr, 1, 1), 40);
     EXPECT_EQ(picoproto_write_fixed32_field(nullptr, 1, 1), 40);
+    EXPECT_EQ(picoproto_write_fixed64_field(nullptr, 1, 1), 40);
+    EXPECT_EQ(picoproto_write_double_field(nullptr, 1, 1), 40);
     EXPECT_EQ(picoproto_write_string_field(nullptr, 1, "a"), 40);
+    EXPECT_EQ(picoproto_write_repeated_string_field(nullptr, 1, texts, 2), 40);
+    EXPECT_EQ(picoproto_write_repeated_string_field(nullptr, 1, nullptr, 2), 0);
     EXPECT_EQ(picoproto_write_embedded_message_field(nullptr, 1, picoproto_new("freed"), 1), 40);
+    EXPECT_EQ(picoproto_write_embedded_message_field(nullptr, 1, nullptr, 1), 40);
+    picoproto_ctx_s* const freed[] = {picoproto_new("a"), nullptr, picoproto_new("b")};
+    EXPECT_EQ(picoproto_write_repeated_embedded_message_field(nullptr, 1, freed, 3, 1), 40);
     MessageContext message(picoproto_new_from_bytes(nullptr, nullptr, 7));
     EXPECT_EQ(message->name, nullptr);
     EXPECT_EQ(picoproto_write_repeated_string_field(message.get(), 1, nullptr, 3), 0);
     EXPECT_EQ(picoproto_write_repeated_embedded_message_field(message.get(), 1, nullptr, 3, 1), 0);
     EXPECT_EQ(message->length, 0u);
+    EXPECT_EQ(picoproto_write_repeated_string_field(message.get(), 1, texts, 2), 0);
     EXPECT_EQ(picoproto_write_embedded_message_field(message.get(), 1, nullptr, 1), 0);
-    EXPECT_EQ(bytesOfMessage(message), std::string("\x0A\x00", 2));
+    EXPECT_EQ(bytesOfMessage(message), std::string("\x0A\x01"
+                                                   "a\x0A\x00\x0A\x00",
+                                                   7));
 }
+
+TEST(Picoproto, ANullChildAnywhereIsAnEmptyMessage) {
+    constexpr std::uint64_t kCount = 21;
+    for (std::uint64_t absent = 0; absent <= kCount; ++absent) {
+        for (const bool freeing : {false, true}) {
+            std::vector<MessageContext> owned;
+            std::vector<picoproto_ctx_s*> children;
+            std::string expected;
+            for (std::uint64_t i = 0; i < kCount; ++i) {
+                // The last round has none at all.
+                const bool present = i != absent && absent < kCount;
+                owned.push_back(present ? filledTo(i) : nullptr);
+                children.push_back(owned.back().get());
+                expected += std::string("\x0A") + static_cast<char>(present ? i : 0);
+                expected += std::string(present ? i : 0, 'x');
+                if (freeing) (void)owned.back().release();
+            }
+            const MessageContext message(picoproto_new("M"));
+            EXPECT_EQ(picoproto_write_repeated_embedded_message_field(message.get(), 1, children.data(),
+                                                                      kCount, freeing ? 1 : 0),
+                      0);
+            EXPECT_EQ(bytesOfMessage(message), expected) << absent;
+        }
+    }
+}
+
+using testing::FailingAllocations;
+
+/// `size` bytes at `place` lie in the allocator's block at `block`, or begin a block of their own.
+void expectAllocated(void* block, void* place, std::uint64_t size) {
+    const auto distance = static_cast<std::uint64_t>(static_cast<char*>(place) - static_cast<char*>(block));
+    const std::uint64_t blockSize = ::malloc_usable_size(block);
+    EXPECT_LE(size, distance < blockSize ? blockSize - distance : ::malloc_usable_size(place));
+}
+
+void expectAllocated(const MessageContext& message) {
+    expectAllocated(message.get(), message->buffer, message->capacity);
+    if (message->name != nullptr) {
+        expectAllocated(message.get(), message->name, std::strlen(message->name) + 1);
+    }
+}
+
+struct Write {
+    const char* what;
+    std::int32_t (*into)(picoproto_ctx_s*);
+};
+
+const std::string kText(300, 't');
+constexpr Write kWrites[] = {
+    {"varint", [](auto* m) { return picoproto_write_varint_field(m, 1, 1ULL << 60); }},
+    {"fixed32", [](auto* m) { return picoproto_write_fixed32_field(m, 1, 7); }},
+    {"fixed64", [](auto* m) { return picoproto_write_fixed64_field(m, 1, 7); }},
+    {"double", [](auto* m) { return picoproto_write_double_field(m, 300, 7); }},
+    {"text", [](auto* m) { return picoproto_write_string_field(m, 1, kText.c_str()); }},
+    {"texts",
+     [](auto* m) {
+         const char* const texts[] = {"one", "two", "three"};
+         return picoproto_write_repeated_string_field(m, 1, texts, std::size(texts));
+     }},
+    {"child",
+     [](auto* m) {
+         static const MessageContext child = filledTo(200);
+         return picoproto_write_embedded_message_field(m, 1, child.get(), 0);
+     }},
+    {"children",
+     [](auto* m) {
+         static const MessageContext child = filledTo(20);
+         static const std::vector<picoproto_ctx_s*> children(12, child.get());
+         return picoproto_write_repeated_embedded_message_field(m, 1, children.data(), children.size(), 0);
+     }},
+};
+
+TEST(Picoproto, ARefusalForWantOfMemoryLeavesTheBytesAndSaysSo) {
+    for (const Write& write : kWrites) {
+        const MessageContext whole(picoproto_new(nullptr));
+        ASSERT_EQ(write.into(whole.get()), 0);
+        const std::string field = bytesOfMessage(whole);
+        for (std::uint64_t length = 1024 - field.size(); length <= 1024; ++length) {
+            MessageContext message = filledTo(length);
+            const std::string before = bytesOfMessage(message);
+            std::int32_t status = 0;
+            {
+                const FailingAllocations failing;
+                status = write.into(message.get());
+            }
+            const std::string after = bytesOfMessage(message);
+            EXPECT_EQ(status == 0, after == before + field) << write.what << " after " << length;
+            EXPECT_EQ(status == 0, isComplete(message));
+            EXPECT_TRUE((before + field).starts_with(after)) << write.what << " after " << length;
+            EXPECT_EQ(message->capacity, 1024u);
+            // The memory is back.
+            EXPECT_EQ(write.into(message.get()), 0);
+            EXPECT_EQ(bytesOfMessage(message), after + field);
+            EXPECT_EQ(isComplete(message), status == 0);
+            expectAllocated(message);
+        }
+    }
+}
+
+TEST(Picoproto, AContextThatCannotBeMadeIsNullAndNothingLeaks) {
+    const std::vector<std::uint8_t> bytes(5000, 'x');
+    const std::string longName(96, 'n');
+    for (int succeeding = 0; succeeding < 3; ++succeeding) {
+        for (const char* name : {"short", longName.c_str()}) {
+            // More than all threads together keep of freed ones, so that the next must be allocated.
+            std::vector<MessageContext> kept(100);
+            for (MessageContext& message : kept) message.reset(picoproto_new(nullptr));
+            FailingAllocations failing(FailingAllocations::Which::all, succeeding);
+            const MessageContext empty(picoproto_new(name));
+            const bool made = empty != nullptr;
+            const MessageContext filled(picoproto_new_from_bytes(name, bytes.data(), bytes.size()));
+            failing.stop();
+            EXPECT_EQ(made, succeeding > (name == longName ? 1 : 0));
+            EXPECT_EQ(filled, nullptr) << succeeding;
+
+            FailingAllocations compacting(FailingAllocations::Which::all, succeeding);
+            const MessageContext message = compacted(std::move(kept.front()));
+            compacting.stop();
+            EXPECT_EQ(message->capacity, succeeding > 0 ? 48u : 1024u);
+        }
+    }
+    // The block of a message whose name finds no memory is the next one's. (Sanitizers count no bytes here.)
+    std::vector<MessageContext> kept(100);
+    for (MessageContext& message : kept) message.reset(picoproto_new(nullptr));
+    const std::size_t before = ::mallinfo2().uordblks;
+    for (int i = 0; i < 100; ++i) {
+        const FailingAllocations failing(FailingAllocations::Which::all, 1);
+        const MessageContext message(picoproto_new(longName.c_str()));
+    }
+    EXPECT_LT(::mallinfo2().uordblks, before + 10'000);
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+TEST(PicoprotoDeathTest, TheSanitizerSeesWhatHappensToAFreedContext) {
+    picoproto_ctx_s* freed = picoproto_new("freed");
+    picoproto_free(freed);
+    EXPECT_DEATH((void)picoproto_write_varint_field(freed, 1, 1), "heap-use-after-free");
+    EXPECT_DEATH(picoproto_free(freed), "heap-use-after-free|double-free");
+}
+#endif
 
 /// The writer as it is described, one append at a time and nothing clever.
 struct PlainWriter {
@@ -237,17 +391,33 @@ TEST(Picoproto, GrowsAndFillsAsIfByPlainAppends) {
     }
 }
 
-TEST(Picoproto, CompactedMessageKeepsItsBytesAndMayGrow) {
-    const std::string longName(100, 'n');
-    for (const char* name : {"M", longName.c_str()}) {
-        MessageContext message(picoproto_new(name));
-        picoproto_write_varint_field(message.get(), 1, 300);
-        message = compacted(std::move(message));
-        EXPECT_STREQ(message->name, name);
-        EXPECT_EQ(bytesOfMessage(message), std::string("\x08\xAC\x02", 3));
-        EXPECT_LT(message->capacity, 1024u);
-        EXPECT_EQ(picoproto_write_string_field(message.get(), 2, std::string(2000, 'x').c_str()), 0);
-        EXPECT_EQ(message->length, 2006u);
+TEST(Picoproto, CompactedMessageKeepsItsBytesMayGrowAndLeavesNoSmallBlockBehind) {
+    const std::size_t nameLengths[] = {0, 1, 31, 32, 33, 96};
+    for (const std::uint64_t length : {0, 1, 47, 48, 49, 1023, 1024, 1025, 5000}) {
+        for (const std::size_t firstName : nameLengths) {
+            for (const std::size_t nextName : nameLengths) {
+                const std::string bytes(length, 'x');
+                const std::string name(firstName, 'n');
+                MessageContext message(picoproto_new_from_bytes(
+                    name.c_str(), reinterpret_cast<const std::uint8_t*>(bytes.data()), length));
+                message = compacted(std::move(message));
+                ASSERT_EQ(message->name, name);
+                ASSERT_EQ(bytesOfMessage(message), bytes);
+                ASSERT_EQ(message->capacity,
+                          length > 1024 ? length + 1024 : std::max<std::uint64_t>(length, 48));
+                expectAllocated(message);
+                if (nextName == 1) {
+                    EXPECT_EQ(picoproto_write_string_field(message.get(), 2, std::string(2000, 'y').c_str()),
+                              0);
+                    EXPECT_EQ(message->length, length + 2003);
+                }
+                // Whatever is kept of it must hold any message.
+                message.reset();
+                const MessageContext next(picoproto_new(std::string(nextName, 'm').c_str()));
+                EXPECT_EQ(next->capacity, 1024u);
+                expectAllocated(next);
+            }
+        }
     }
     EXPECT_EQ(compacted(nullptr), nullptr);
     MessageContext grown = filledTo(5000);

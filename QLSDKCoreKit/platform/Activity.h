@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk::platform {
 

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk::platform {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk::platform {
 
@@ -19,8 +19,7 @@ inline constexpr std::string_view kBundleVersionKey = "CFBundleVersion";
 class QLSDK_EXPORT Bundle {
   public:
     /// `path`: where the bundle lies. `infoDictionary`: its property list, null when it has none or when the
-    /// file could not be read as a dictionary. `localizedStrings`: key to text in the user's language, or
-    /// null.
+    /// file could not be read as a dictionary. `localizedStrings`: key to text, or null.
     Bundle(std::string path, Value infoDictionary, Value localizedStrings = {});
 
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
@@ -34,7 +33,7 @@ class QLSDK_EXPORT Bundle {
     /// The value under `key` rendered as text; absent when the key is.
     [[nodiscard]] std::optional<std::string> textForInfoDictionaryKey(std::string_view key) const;
 
-    /// The text of `key` in the user's language; the key itself where there is no translation.
+    /// The text of `key` in the user's language, or else in English; the key itself where there is neither.
     [[nodiscard]] std::string localizedString(std::string_view key) const;
 
   private:
@@ -42,6 +41,9 @@ class QLSDK_EXPORT Bundle {
     Value infoDictionary_;
     Value localizedStrings_;
 };
+
+/// An address that belongs to the library itself, whether that is a shared object or linked into the program.
+[[nodiscard]] QLSDK_EXPORT const void* libraryAddress() noexcept;
 
 /// Port: finds bundles.
 ///
@@ -55,7 +57,9 @@ class QLSDK_EXPORT Bundles {
     [[nodiscard]] virtual std::shared_ptr<const Bundle> mainBundle() = 0;
 
     /// The bundle that contains the code or data at `address`. Code linked into the program belongs to the
-    /// main bundle, and so does an address that is null or belongs to nothing.
+    /// main bundle, and so does an address that is null or belongs to nothing. The library's own bundle,
+    /// which tells the library's version however it is linked, is that of `libraryAddress` and of the
+    /// library's plain functions and constants.
     [[nodiscard]] virtual std::shared_ptr<const Bundle> bundleForAddress(const void* address) = 0;
 };
 

@@ -7,18 +7,19 @@
 #include <string>
 #include <string_view>
 
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Data.h"
 
 namespace qlsdk::platform {
 
-// Digests, ciphers and base64. Stateless, any thread, nothing is thrown.
+// Digests, ciphers and base64. Stateless, any thread, nothing is thrown. Once OpenSSL has been torn down, by
+// the host's call or in its exit handler, digests are absent and ciphers fail.
 
 using Aes256Key = std::span<const std::uint8_t, 32>;
 /// Initialisation vector, nonce or authentication tag.
 using Block16 = std::array<std::uint8_t, 16>;
 
-/// Absent only where the system's policy forbids the digest.
+/// Absent where the system's policy forbids the digest, and without OpenSSL or the memory to set it up.
 [[nodiscard]] QLSDK_EXPORT std::optional<Block16> md5(DataView bytes) noexcept;
 [[nodiscard]] QLSDK_EXPORT std::optional<std::array<std::uint8_t, 32>> sha256(DataView bytes) noexcept;
 

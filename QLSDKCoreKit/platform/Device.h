@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk::platform {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk::platform {
 

@@ -7,7 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Queues.h"
 #include "QLSDKCoreKit/platform/UrlSession.h"
 
@@ -37,6 +38,12 @@ enum class Consent : std::uint8_t {
 /// of the library's own, one request at a time, in order. What it throws is swallowed.
 using DryRunSink = std::function<void(const UrlRequest& request)>;
 
+/// Hears of a failure the first time that it is met; `diagnostics` of Diagnostics.h says how often it was.
+/// Called on a queue of the library's own, once for each failure, one at a time. It may call the library and
+/// may take its time, though one that never returns keeps one of the library's two threads. What it throws is
+/// swallowed.
+using DiagnosticsCallback = std::function<void(const Diagnostic& diagnostic)>;
+
 /// What a host decides about the library's requests. A member of `Platform`, so it is set with `install`,
 /// before the kit's first use; consent alone may change later. Left alone, none of it has any effect.
 struct HostControls {
@@ -54,29 +61,14 @@ struct HostControls {
     /// this one, negative values as zero. Absent: the server's word is taken as it stands.
     std::optional<std::chrono::milliseconds> longestRetryDelay{};
 
+    /// When set, this function hears of failures, and the platform's sink (on Linux stderr, where the
+    /// environment asks for it) does not.
+    DiagnosticsCallback diagnostics{};
+
     /// Upload archives of the caches directory that a refusal deletes, also when no queue has been made for
     /// them in this process: the library's own. A kit with an `AnalyticsEventsQueue` of its own adds its
     /// archive's name.
     std::vector<std::string> archives = {"qlsdk-heartbeat.plist", "qlsdk-operational-metrics2.plist"};
 };
-
-/// What holds now. While a refusal is being carried out it holds, whatever has been said since. Any thread.
-[[nodiscard]] QLSDK_EXPORT Consent consent();
-
-/// Changes what holds. Any thread, any time after `install`; returns at once. `completion`, which may be
-/// null, is called once, on a queue of the library's own, when the change has been carried out or a later one
-/// has overtaken it.
-///
-/// `refused` holds when this returns: no request starts any more, and pushed events are dropped. What is
-/// under way is cancelled, the archives are deleted, and only then `completion` is called. A request that a
-/// delegate sends by itself is not the library's to cancel; like every other that fails in spite of the
-/// refusal, its records are not kept. What the operating system has been given already may still be on its
-/// way. Not touched: the stored configuration, the installation id, the dates of the last heartbeats.
-///
-/// `granted` sends what waits on disk without waiting for another event; after a refusal, collecting begins
-/// anew. `undecided` lets what is under way end; a batch that fails then is kept as ever. Both wait their
-/// turn while a refusal is being carried out. In a child of a fork() that hit such a moment the refusal
-/// stays.
-QLSDK_EXPORT void setConsent(Consent consent, Task completion = nullptr);
 
 }  // namespace qlsdk::platform

@@ -2,11 +2,10 @@
 
 #include <cstddef>
 #include <optional>
-#include <string>
 
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Data.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk::platform {
 
@@ -20,10 +19,5 @@ struct JsonLimits {
 /// twice in an object the last value counts. Integers beyond 64 bits become reals; a number too large for a
 /// double does not parse. Any thread; never throws.
 [[nodiscard]] QLSDK_EXPORT std::optional<Value> parseJson(DataView text, JsonLimits limits = {}) noexcept;
-
-/// Compact JSON in the value's own key order. Absent when the value holds what JSON cannot: text that is not
-/// UTF-8, a real that is not finite, data, a date; or when it is nested over 512 levels or longer than some
-/// 16 MiB. Slashes are written bare. Any thread; never throws.
-[[nodiscard]] QLSDK_EXPORT std::optional<std::string> serializeJson(const Value& value) noexcept;
 
 }  // namespace qlsdk::platform

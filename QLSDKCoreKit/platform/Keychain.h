@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string_view>
 
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk::platform {
 
@@ -45,8 +45,10 @@ inline constexpr std::string_view kSecReturnAttributes = "r_Attributes";
 /// data, `kSecAttrService` is a string, `kSecAttrSynchronizable` a boolean.
 ///
 /// Synchronous, any thread, any process. Nothing is thrown and nothing blocks for ever: a store that is
-/// locked or away answers a status. "Not found" is only ever said after looking and finding nothing; a store
-/// that could not be looked at answers `errSecInteractionNotAllowed`, `errSecNotAvailable` or `errSecIO`.
+/// locked or away answers a status. Looking waits for no writer of another thread or process; a change waits
+/// for two seconds at most in all, and then answers `errSecInteractionNotAllowed`. "Not found" is only ever
+/// said after looking and finding nothing; a store that could not be looked at answers
+/// `errSecInteractionNotAllowed`, `errSecNotAvailable` or `errSecIO`.
 class QLSDK_EXPORT Keychain {
   public:
     virtual ~Keychain() = default;

@@ -1,11 +1,11 @@
 #include "QLSDKCoreKit/platform/Log.h"
 
 #include "QLSDKCoreKit/platform/Platform.h"
+#include "QLSDKCoreKit/values/internal/Hex.h"
 
 namespace qlsdk::platform {
 
 std::string escapedForLog(std::string_view text) {
-    static constexpr char kHex[] = "0123456789abcdef";
     std::string escaped;
     escaped.reserve(text.size());
     for (const char c : text) {
@@ -17,7 +17,8 @@ std::string escapedForLog(std::string_view text) {
         } else if (c == '\t') {
             escaped += "\\t";
         } else if (byte < 0x20 || byte == 0x7F) {
-            escaped += {'\\', 'x', kHex[byte >> 4], kHex[byte & 15]};
+            escaped += "\\x";
+            appendHex(escaped, byte, kLowerHex);
         } else {
             escaped += c;
         }

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk::platform {
 

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "QLSDKCoreKit/platform/internal/ForkSafeMutex.h"
+
 namespace qlsdk::platform {
 
 struct NotificationCenter::State {
@@ -13,7 +15,7 @@ struct NotificationCenter::State {
         std::string name;
         std::shared_ptr<const Handler> handler;
     };
-    std::mutex mutex;
+    ForkSafeMutex mutex;
     Observer last = 0;
     std::vector<Registration> registrations;
 };
@@ -30,9 +32,14 @@ NotificationCenter::Observer NotificationCenter::addObserver(std::string_view na
 }
 
 void NotificationCenter::removeObserver(Observer observer) {
+    // Outlives the lock: what the handler holds may do anything when it goes.
+    std::shared_ptr<const Handler> removed;
     const std::lock_guard lock(state_->mutex);
-    std::erase_if(state_->registrations,
-                  [observer](const State::Registration& entry) { return entry.observer == observer; });
+    auto& registrations = state_->registrations;
+    const auto found = std::ranges::find(registrations, observer, &State::Registration::observer);
+    if (found == registrations.end()) return;
+    removed = std::move(found->handler);
+    registrations.erase(found);
 }
 
 void NotificationCenter::post(std::string_view name) {

@@ -1,28 +1,21 @@
 #include "QLSDKCoreKit/platform/Platform.h"
 
-#include <atomic>
-#include <mutex>
+#include <memory>
 #include <utility>
 
-#include "QLSDKCoreKit/platform/ConsentGate.h"
-#include "QLSDKCoreKit/platform/internal/ControlledUrlSession.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
+#include "QLSDKCoreKit/platform/internal/Policy.h"
 
 namespace qlsdk::platform {
 
 namespace {
-
-// Never destroyed: threads of the kit may still read it while the process ends.
-std::atomic<const Platform*> theCurrent{nullptr};
-// Written before the platform is published.
-ConsentGate* theGate = nullptr;
-std::once_flag theOnce;
 
 template <typename Port>
 void fill(std::shared_ptr<Port>& member, std::shared_ptr<Port>& fallback) {
     if (member == nullptr) member = std::move(fallback);
 }
 
-Platform* completed(Platform platform) {
+Platform completed(Platform platform) {
     Platform defaults = makeDefaultPlatform();
     fill(platform.clock, defaults.clock);
     fill(platform.bundles, defaults.bundles);
@@ -40,39 +33,44 @@ Platform* completed(Platform platform) {
     fill(platform.fonts, defaults.fonts);
     fill(platform.notificationCenter, defaults.notificationCenter);
     fill(platform.activity, defaults.activity);
-    return new Platform(std::move(platform));
-}
-
-const Platform* controlled(Platform* platform) {
-    theGate = new ConsentGate(*platform);
-    platform->urlSession = std::make_shared<ControlledUrlSession>(std::move(platform->urlSession), *theGate,
-                                                                  platform->controls.dryRun);
+    fill(platform.diagnostics, defaults.diagnostics);
     return platform;
 }
+
+struct Settled {
+    Platform platform;
+    std::unique_ptr<Policy> policy;
+
+    explicit Settled(Platform wanted)
+        : platform(completed(std::move(wanted))), policy(makePolicy(platform)) {}
+};
+
+// Never destroyed: threads of the kit may still read it while the process ends.
+constinit ForkSafeOnce<Settled> theSettled;
 
 }  // namespace
 
 InstallResult install(Platform platform) {
     InstallResult result = InstallResult::tooLate;
-    std::call_once(theOnce, [&] {
-        theCurrent.store(controlled(completed(std::move(platform))), std::memory_order_release);
+    Settled& settled = theSettled.get([&] {
         result = InstallResult::installed;
+        return Settled(std::move(platform));
     });
-    // What an earlier process kept is deleted.
-    if (result == InstallResult::installed && !mayKeep(consent())) setConsent(Consent::refused);
+    if (result != InstallResult::installed) return result;
+    settled.policy->begin();
     return result;
 }
 
 const Platform& current() {
-    if (const Platform* settled = theCurrent.load(std::memory_order_acquire)) return *settled;
+    if (const Settled* settled = theSettled.ifMade()) return settled->platform;
     // Losing this race to another first use is fine: both mean the same platform.
     (void)install({});
-    return *theCurrent.load(std::memory_order_acquire);
+    return theSettled.ifMade()->platform;
 }
 
-ConsentGate& consentGate() {
+Policy& policy() {
     (void)current();
-    return *theGate;
+    return *theSettled.ifMade()->policy;
 }
 
 bool waitUntilIdle(std::chrono::milliseconds timeout) {

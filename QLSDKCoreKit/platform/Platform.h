@@ -3,13 +3,14 @@
 #include <chrono>
 #include <memory>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/platform/Activity.h"
 #include "QLSDKCoreKit/platform/Application.h"
 #include "QLSDKCoreKit/platform/Bundle.h"
 #include "QLSDKCoreKit/platform/Clock.h"
 #include "QLSDKCoreKit/platform/Device.h"
+#include "QLSDKCoreKit/platform/DiagnosticsSink.h"
 #include "QLSDKCoreKit/platform/Directories.h"
-#include "QLSDKCoreKit/platform/Export.h"
 #include "QLSDKCoreKit/platform/Fonts.h"
 #include "QLSDKCoreKit/platform/HostControls.h"
 #include "QLSDKCoreKit/platform/Keychain.h"
@@ -44,6 +45,8 @@ struct Platform {
     std::shared_ptr<NotificationCenter> notificationCenter;
     /// What the queues and the URL session above count their work in.
     std::shared_ptr<Activity> activity;
+    /// Who hears of failures when `controls` names no callback for them.
+    std::shared_ptr<DiagnosticsSink> diagnostics;
     /// No port: what the host decides about the library's requests. `current().urlSession` obeys it.
     HostControls controls{};
 };

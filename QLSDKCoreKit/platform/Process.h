@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk::platform {
 
@@ -26,7 +26,9 @@ class QLSDK_EXPORT Process {
     /// The environment variable as it is now; absent when it is not set.
     [[nodiscard]] virtual std::optional<std::string> environmentVariable(const std::string& name) = 0;
 
-    /// True when something named `name` is loaded: a class where the system has classes, a symbol elsewhere.
+    /// True when something named `name` is loaded: a class where the system has classes; elsewhere a symbol,
+    /// or the type information of a C++ class, of the program or a shared object, exported or not. May read
+    /// their files.
     [[nodiscard]] virtual bool isClassLoaded(const std::string& name) = 0;
 
     /// A result other than 0 is fatal to the process that asks for its debugger, so an adapter reports one

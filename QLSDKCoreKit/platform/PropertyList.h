@@ -2,9 +2,9 @@
 
 #include <optional>
 
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Data.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk::platform {
 
@@ -13,10 +13,10 @@ namespace qlsdk::platform {
 /// list shares stay shared. Any thread; never throws.
 [[nodiscard]] QLSDK_EXPORT std::optional<Value> parsePropertyList(DataView bytes) noexcept;
 
-/// Writes an XML property list. Absent when the value holds what one cannot: null, text that is not UTF-8 or
-/// holds a control character other than tab and line feed, an unsigned integer above the signed maximum, a
-/// real that is not finite, a date more than 68 years from 2001; or when it is nested over 512 levels or
-/// would fill more than some 16 MiB. Dates are written in whole seconds. Any thread; never throws.
+/// Writes a binary property list, which keeps dates to the last bit; an XML one has whole seconds only.
+/// Absent when the value holds what a property list cannot: null, text that is not UTF-8, an unsigned integer
+/// above the signed maximum, a real or a date that is not finite; or when it is nested over 512 levels or
+/// would fill more than some 16 MiB. Any thread; never throws.
 [[nodiscard]] QLSDK_EXPORT std::optional<Data> serializePropertyList(const Value& value) noexcept;
 
 }  // namespace qlsdk::platform

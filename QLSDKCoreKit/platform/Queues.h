@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk::platform {
 
@@ -22,6 +22,11 @@ class QLSDK_EXPORT SerialQueue {
 
     /// True on the thread that is running a task of this queue right now.
     [[nodiscard]] virtual bool isCurrent() const noexcept = 0;
+
+    /// For the task that is running: true when another task of this queue surely runs right after it, with no
+    /// other queue's in between. Who collects work may then leave it to that one. An adapter that cannot tell
+    /// says false, which is never wrong.
+    [[nodiscard]] virtual bool hasNext() const noexcept { return false; }
 };
 
 /// The host's main queue. Tasks given to it wait until the host pumps it in one of three ways; a host that
@@ -52,7 +57,8 @@ class QLSDK_EXPORT Queues {
   public:
     virtual ~Queues() = default;
 
-    /// A new serial queue; `label` names it to a person who debugs.
+    /// A new serial queue. `label` says whose it is, to a person who debugs; an adapter whose queues share
+    /// their threads may make nothing of it.
     [[nodiscard]] virtual std::shared_ptr<SerialQueue> makeSerialQueue(const std::string& label) = 0;
 
     /// The one main queue of the process. Never null, always the same.

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk::platform {
 
@@ -16,5 +16,9 @@ class QLSDK_EXPORT Random {
     /// the reason; the buffer's content is then unspecified.
     [[nodiscard]] virtual int copyBytes(std::span<std::uint8_t> bytes) noexcept = 0;
 };
+
+/// Fills `bytes` from the random source of the platform in use. False when it fails, with `errno` as above;
+/// that is told as a diagnostic. Any thread.
+[[nodiscard]] QLSDK_EXPORT bool copyRandomBytes(std::span<std::uint8_t> bytes);
 
 }  // namespace qlsdk::platform

@@ -4,8 +4,8 @@
 #include <span>
 #include <string>
 
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
+#include "QLSDKCoreKit/values/Data.h"
 
 namespace qlsdk::platform {
 
@@ -14,9 +14,9 @@ namespace qlsdk::platform {
 ///
 /// Keeps a spare beside it (the path and ".spare"), which the next change overwrites and exchanges with the
 /// file; the spare holds an older content. Both stay open between changes: at most two descriptors. Processes
-/// and objects may rewrite one path at once. Readers that may meet a rewrite go through `readFile`. After
-/// fork(), parent and child may both go on. Not synchronised; never throws but from the constructor, when
-/// memory runs out.
+/// and objects may rewrite one path at once. A directory that was removed meanwhile is made again. Readers
+/// that may meet a rewrite go through `readFile`. After fork(), parent and child may both go on. Not
+/// synchronised; never throws but from the constructor, when memory runs out.
 class QLSDK_EXPORT RewrittenFile {
   public:
     /// Touches nothing yet.
@@ -26,15 +26,17 @@ class QLSDK_EXPORT RewrittenFile {
     RewrittenFile& operator=(const RewrittenFile&) = delete;
 
     /// Replaces or creates the file in one step, from at most 16 pieces in order: readers see the old bytes
-    /// or the new ones, never a mixture. Mode 0600 under any umask. False when it could not be written; the
-    /// old file is then untouched.
+    /// or the new ones, never a mixture. Mode 0600 under any umask. False when it could not be written, and
+    /// `errno` says why; the old file is then untouched.
     [[nodiscard]] bool rewrite(std::span<const DataView> pieces) noexcept;
 
-    /// Removes the file and leaves its spare for the next content.
-    void remove() noexcept;
+    /// Removes the file and leaves its spare for the next content. Where the directory does not allow that,
+    /// the file is emptied in place. False when it is still there with its content, and `errno` says why.
+    [[nodiscard]] bool remove() noexcept;
 
-    /// Removes both and closes them, so that nothing of an earlier content is left on the disk.
-    void removeWithSpare() noexcept;
+    /// Removes both and closes them, and all else of `eraseFile`, so that nothing of an earlier content is
+    /// left on the disk. False where something is, and `errno` says why.
+    bool erase() noexcept;
 
   private:
     class Files;

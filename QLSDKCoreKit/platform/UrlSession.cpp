@@ -1,6 +1,7 @@
 #include "QLSDKCoreKit/platform/UrlSession.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace qlsdk::platform {
 
@@ -30,6 +31,10 @@ void HeaderFields::set(std::string_view name, std::string_view value) {
     fields_.emplace_back(name, value);
 }
 
+void HeaderFields::erase(std::string_view name) {
+    std::erase_if(fields_, [name](const Field& field) { return sameName(field.first, name); });
+}
+
 const std::string* HeaderFields::find(std::string_view name) const noexcept {
     for (const Field& field : fields_) {
         if (sameName(field.first, name)) return &field.second;
@@ -39,6 +44,10 @@ const std::string* HeaderFields::find(std::string_view name) const noexcept {
 
 void UrlSession::refuseTasks(Task done) {
     if (done) done();
+}
+
+std::size_t UrlSession::mostUploadsOfAQueue() const noexcept {
+    return std::numeric_limits<std::size_t>::max();
 }
 
 std::string canonicalHeaderName(std::string_view name) {

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/platform/Queues.h"
+#include "QLSDKCoreKit/values/Data.h"
 
 namespace qlsdk::platform {
 
@@ -23,6 +23,8 @@ class QLSDK_EXPORT HeaderFields {
 
     /// Sets or replaces.
     void set(std::string_view name, std::string_view value);
+    /// Removes the field, where there is one.
+    void erase(std::string_view name);
     /// Borrowed; null when absent. Valid until the next change.
     [[nodiscard]] const std::string* find(std::string_view name) const noexcept;
 
@@ -93,8 +95,13 @@ class QLSDK_EXPORT UrlSession {
     /// and calls `done`: what is on the wire then ends by itself.
     virtual void refuseTasks(Task done);
 
-    /// Tasks are welcome again. Calls nobody back. The default does nothing.
+    /// Tasks are welcome again. Called with a lock held: returns at once, calls nobody back and waits for
+    /// nothing. The default does nothing.
     virtual void acceptTasks() {}
+
+    /// The most uploads that one queue may have in this session at a time; further records wait in the
+    /// queue's list, on disk. 0 counts as 1. The default has no such ceiling.
+    [[nodiscard]] virtual std::size_t mostUploadsOfAQueue() const noexcept;
 };
 
 }  // namespace qlsdk::platform

@@ -1,8 +1,8 @@
 #include "QLSDKCoreKit/storage/QLSDKInstallation.h"
 
 #include "QLSDKCoreKit/core/Uuid.h"
-#include "QLSDKCoreKit/platform/Utf8.h"
 #include "QLSDKCoreKit/storage/QLSDKKeychainManager.h"
+#include "QLSDKCoreKit/values/internal/Utf8.h"
 
 namespace qlsdk {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 
 namespace qlsdk {
 

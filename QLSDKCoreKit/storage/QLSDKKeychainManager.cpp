@@ -1,7 +1,8 @@
 #include "QLSDKCoreKit/storage/QLSDKKeychainManager.h"
 
 #include "QLSDKCoreKit/platform/Platform.h"
-#include "QLSDKCoreKit/platform/Utf8.h"
+#include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
+#include "QLSDKCoreKit/values/internal/Utf8.h"
 
 namespace qlsdk {
 
@@ -15,7 +16,9 @@ platform::Keychain& keychain() {
     return *platform::current().keychain;
 }
 
-OSStatus store(DataView data, Dictionary query) {
+OSStatus store(DataView data, std::string_view key, std::string_view access) {
+    if (!platform::isValidUtf8(key)) return platform::errSecParam;
+    Dictionary query = QLSDKKeychainManager::queryForKey(key, access);
     const Value bytes = Data(data.begin(), data.end());
     query.set(platform::kSecValueData, bytes);
     const OSStatus status = keychain().itemAdd(query);
@@ -54,7 +57,7 @@ bool QLSDKKeychainManager::setData(DataView data, std::string_view key) {
 }
 
 OSStatus QLSDKKeychainManager::setDataWithStatus(DataView data, std::string_view key) {
-    return store(data, queryForKey(key, platform::kSecAttrAccessibleWhenUnlockedThisDeviceOnly));
+    return store(data, key, platform::kSecAttrAccessibleWhenUnlockedThisDeviceOnly);
 }
 
 bool QLSDKKeychainManager::setBackgroundData(DataView data, std::string_view key) {
@@ -62,7 +65,7 @@ bool QLSDKKeychainManager::setBackgroundData(DataView data, std::string_view key
 }
 
 OSStatus QLSDKKeychainManager::setBackgroundDataWithStatus(DataView data, std::string_view key) {
-    return store(data, queryForKey(key, platform::kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly));
+    return store(data, key, platform::kSecAttrAccessibleAfterFirstUnlockThisDeviceOnly);
 }
 
 std::optional<Data> QLSDKKeychainManager::dataForKey(std::string_view key, OSStatus* status) {
@@ -103,7 +106,6 @@ void QLSDKKeychainManager::removeAllDataExcludingWhitelist(
         const Value generic = item[platform::kSecAttrGeneric];
         if (generic.data() == nullptr) continue;
         const std::string key = textOf(*generic.data());
-        if (!platform::isValidUtf8(key)) continue;
         if (whitelist == nullptr || !whitelist->contains(key)) removeDataForKey(key);
     }
 }
@@ -113,8 +115,8 @@ void QLSDKKeychainManager::removeAllData() {
 }
 
 const std::string& QLSDKKeychainManager::_keychainServiceName() {
-    static const std::string& name = *new std::string(madeServiceName());
-    return name;
+    static constinit platform::ForkSafeOnce<std::string> name;
+    return name.get(madeServiceName);
 }
 
 }  // namespace qlsdk

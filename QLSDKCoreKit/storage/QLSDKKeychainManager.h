@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "QLSDKCoreKit/platform/Data.h"
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/platform/Keychain.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/values/Data.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 
@@ -28,7 +28,8 @@ class QLSDK_EXPORT QLSDKKeychainManager {
     /// The same with an accessibility (one of `kSecAttrAccessible…`).
     [[nodiscard]] static Dictionary queryForKey(std::string_view key, std::string_view access);
 
-    /// Stores data that can be read while the device is unlocked. True when the status is 0.
+    /// Stores data that can be read while the device is unlocked. True when the status is 0. A key that is
+    /// not UTF-8 is refused (`errSecParam`).
     static bool setData(DataView data, std::string_view key);
     /// An existing item keeps its accessibility. Where that is the other one, the update finds no item of the
     /// accessibility it asks for and the status says so (`errSecItemNotFound`); the item is unchanged.
@@ -46,8 +47,9 @@ class QLSDK_EXPORT QLSDKKeychainManager {
     static bool removeDataForKey(std::string_view key);
     static platform::OSStatus removeDataForKeyWithStatus(std::string_view key);
 
-    /// Removes every item of the library's service whose key is not in the whitelist; null keeps none. An
-    /// item whose key is no text is left alone. Failures of single removals are passed over.
+    /// Removes every item of the library's service whose key is not in the whitelist; null keeps none. Keys
+    /// are compared byte by byte: one that is not UTF-8, which other versions may have stored, goes like the
+    /// others. Failures of single removals are passed over.
     static void removeAllDataExcludingWhitelist(const std::set<std::string, std::less<>>* whitelist);
     static void removeAllData();
 

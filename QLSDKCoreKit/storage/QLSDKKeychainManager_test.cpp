@@ -60,16 +60,20 @@ TEST_F(QLSDKKeychainManagerTest, RemovingAllSparesTheWhitelistAndOtherServices) 
     Dictionary foreign = QLSDKKeychainManager::queryForKey("b");
     foreign.set(platform::kSecAttrService, "another");
     ASSERT_EQ(fakes.keychain->itemAdd(foreign), 0);
-    Dictionary unreadable = QLSDKKeychainManager::queryForKey("x");
-    unreadable.set(platform::kSecAttrGeneric, Data{0xFF});
-    ASSERT_EQ(fakes.keychain->itemAdd(unreadable), 0);
+    // As older versions stored it; today it is refused.
+    ASSERT_EQ(fakes.keychain->itemAdd(QLSDKKeychainManager::queryForKey("\xFF")), 0);
+    EXPECT_EQ(QLSDKKeychainManager::setDataWithStatus(bytesOf("x"), "\xFE"), platform::errSecParam);
+    EXPECT_FALSE(QLSDKKeychainManager::setBackgroundData(bytesOf("x"), "\xFE"));
+    const std::string withNul("a\0b", 3);
+    ASSERT_TRUE(QLSDKKeychainManager::setData(bytesOf("nul"), withNul));
+    EXPECT_EQ(QLSDKKeychainManager::dataForKey(withNul), dataOf("nul"));
 
     const std::set<std::string, std::less<>> whitelist = {"a"};
     QLSDKKeychainManager::removeAllDataExcludingWhitelist(&whitelist);
-    EXPECT_EQ(fakes.keychain->items().size(), 3u) << "the listed one, the other service's, the undecodable";
+    EXPECT_EQ(fakes.keychain->items().size(), 2u) << "the listed one and the other service's";
     EXPECT_TRUE(QLSDKKeychainManager::dataForKey("a"));
     QLSDKKeychainManager::removeAllData();
-    EXPECT_EQ(fakes.keychain->items().size(), 2u);
+    EXPECT_EQ(fakes.keychain->items().size(), 1u);
 }
 
 TEST_F(QLSDKKeychainManagerTest, ALockedStoreIsAStatusAndNeverNotFound) {

@@ -24,8 +24,8 @@
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
-#include "QLSDKCoreKit/platform/testing/FakeClock.h"
-#include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
+#include "QLSDKCoreKit/platform/testing/FakeFacts.h"
+#include "QLSDKCoreKit/platform/testing/FakeStores.h"
 
 namespace qlsdk::soak {
 namespace {

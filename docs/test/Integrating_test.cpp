@@ -2,10 +2,13 @@
 // the two together: every block of the page stands here or in the C file beside this one.
 
 #include <filesystem>
+#include <iostream>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 
 #include "QLSDKCoreKit/QLSDKCoreKit.h"
+#include "QLSDKCoreKit/picoproto/MessageContext.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
@@ -25,6 +28,9 @@ void startHost(const std::string& home) {
     platform::Platform platform = platform::makeLinuxPlatform(options);
     platform.controls.consent = platform::Consent::undecided;
     platform.controls.longestRetryDelay = std::chrono::hours(24);
+    platform.controls.diagnostics = [](const platform::Diagnostic& failure) {
+        std::cerr << platform::diagnosticLine(failure) << "\n";
+    };
     platform.controls.dryRun = [](const platform::UrlRequest& request) {
         consoleLines.push_back(request.method + " " + request.url);
     };
@@ -80,26 +86,43 @@ class FeedEvents final : public AnalyticsEventsQueueDelegate {
     }
 
     void opened(std::string_view storyId) {
-        picoproto_ctx_s* message = picoproto_new("StoryOpened");
-        picoproto_write_string_field(message, 1, std::string(storyId).c_str());
-        queue_->pushEvent(std::make_shared<EncodablePicoproto>(message));
+        MessageContext message(picoproto_new("StoryOpened"));
+        writeUtf8Field(message, 1, storyId);
+        if (!isComplete(message)) return;  // A text is too long for a message, or memory is short.
+        queue_->pushEvent(std::make_shared<EncodablePicoproto>(std::move(message)));
     }
 
     std::optional<Data> parseEvents(AnalyticsEventsQueue&, const EventList& events, std::int64_t) override {
-        std::vector<picoproto_ctx_s*> messages;
+        const MessageContext batch(picoproto_new("Stories"));
         for (const platform::ArchivedObject& element : events) {
-            const std::shared_ptr<EventWrapper> record = eventWrapperOf(element);
-            if (record != nullptr && record->event() != nullptr && record->event()->ctx() != nullptr) {
-                messages.push_back(record->event()->ctx());
-            }
+            picoproto_ctx_s* story = messageOf(element);
+            if (story == nullptr) continue;
+            const auto status = picoproto_write_embedded_message_field(batch.get(), kStories, story, 0);
+            if (status != 0) throw std::length_error("half a batch");
         }
-        picoproto_ctx_s* batch = picoproto_new("Stories");
-        picoproto_write_repeated_embedded_message_field(batch, 1, messages.data(), messages.size(), 0);
-        const EncodablePicoproto owner(batch);
+        if (batch == nullptr) throw std::bad_alloc();
         return Data(batch->buffer, batch->buffer + batch->length);
     }
 
+    std::size_t recordsThatFit(AnalyticsEventsQueue&, const EventList& events) override {
+        std::uint64_t bytes = 0;
+        std::size_t count = 0;
+        for (auto element = events.rbegin(); element != events.rend(); ++element, ++count) {
+            const picoproto_ctx_s* story = messageOf(*element);
+            if (story != nullptr) bytes += embeddedMessageBytes(kStories, *story);
+            if (bytes > PICOPROTO_MAX_LENGTH) break;
+        }
+        return count;
+    }
+
   private:
+    static constexpr std::uint64_t kStories = 1;
+
+    static picoproto_ctx_s* messageOf(const platform::ArchivedObject& element) {
+        const std::shared_ptr<EventWrapper> record = eventWrapperOf(element);
+        return record != nullptr && record->event() != nullptr ? record->event()->ctx() : nullptr;
+    }
+
     std::shared_ptr<AnalyticsEventsQueue> queue_;
 };
 

@@ -1,5 +1,8 @@
 #include "StickerKit.h"
 
+#include <stdexcept>
+#include <utility>
+
 #include <QLSDKCoreKit/picoproto/MessageContext.h>
 
 namespace {
@@ -12,18 +15,41 @@ constexpr std::uint64_t kEventsInABatch = 5;
 // Anything in the kit's own code or data: its address says which bundle, and so which version, is meant.
 const char kInThisKit = 0;
 
+constexpr std::uint64_t kEventsField = 1;
+
+// Null for what a damaged archive may hold among the events.
+picoproto_ctx_s* messageOf(const platform::ArchivedObject& element) {
+    const auto wrapper = eventWrapperOf(element);
+    return wrapper != nullptr && wrapper->event() != nullptr ? wrapper->event()->ctx() : nullptr;
+}
+
 // Puts the queued events into the body of one upload.
 class BatchWriter final : public AnalyticsEventsQueueDelegate {
   public:
     std::optional<Data> parseEvents(AnalyticsEventsQueue&, const EventList& events, std::int64_t) override {
         const MessageContext batch(picoproto_new("StickerBatch"));
+        if (batch == nullptr) throw std::bad_alloc();
         for (const platform::ArchivedObject& element : events) {
-            const auto wrapper = eventWrapperOf(element);
-            if (wrapper == nullptr || wrapper->event() == nullptr) continue;  // From a damaged archive.
-            picoproto_write_embedded_message_field(batch.get(), 1, wrapper->event()->ctx(), 0);
+            picoproto_ctx_s* event = messageOf(element);
+            if (event == nullptr) continue;
+            if (picoproto_write_embedded_message_field(batch.get(), kEventsField, event, 0) != 0) {
+                throw std::length_error("half a batch");  // Fails the upload; its events get another try.
+            }
         }
         const DataView bytes = encodedBytes(*batch);
         return Data(bytes.begin(), bytes.end());
+    }
+
+    // One message holds 128 KiB; the queue sends what is beyond it with further requests.
+    std::size_t recordsThatFit(AnalyticsEventsQueue&, const EventList& events) override {
+        std::uint64_t bytes = 0;
+        std::size_t count = 0;
+        for (auto element = events.rbegin(); element != events.rend(); ++element, ++count) {
+            const picoproto_ctx_s* event = messageOf(*element);
+            if (event != nullptr) bytes += embeddedMessageBytes(kEventsField, *event);
+            if (bytes > PICOPROTO_MAX_LENGTH) break;
+        }
+        return count;
     }
 };
 
@@ -48,9 +74,12 @@ std::string StickerKit::version() {
 }
 
 void StickerKit::stickerSent(const std::string& pack) {
-    picoproto_ctx_s* event = picoproto_new("StickerSent");
-    picoproto_ctx_s* base = QuillKitEvents::kitEventBaseWithKitType(kKitType, &kInThisKit);
-    picoproto_write_embedded_message_field(event, 1, base, 1);
-    picoproto_write_string_field(event, 2, pack.c_str());
-    queue_->pushEvent(QuillKitEvents::serverEventWithServerEventData(event));
+    MessageContext base = QuillKitEvents::kitEventBaseWithKitType(kKitType, &kInThisKit);
+    MessageContext sent(picoproto_new("StickerSent"));
+    if (!isComplete(base) || !isComplete(sent)) return;  // Memory is short; telemetry is best effort.
+    writeMessageField(sent, 1, std::move(base));
+    writeUtf8Field(sent, 2, pack);
+    auto event = QuillKitEvents::serverEventWithServerEventData(std::move(sent));
+    // Without a context it could not be written whole: the name is too long, or memory short.
+    if (event->ctx() != nullptr) queue_->pushEvent(std::move(event));
 }

@@ -1,4 +1,4 @@
-#include "HostApplication.h"
+#include "tools/testing/HostApplication.h"
 
 namespace quillkit::testing {
 

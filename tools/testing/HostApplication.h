@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "RunningCollector.h"
-#include "Subprocess.h"
+#include "tools/testing/RunningCollector.h"
+#include "tools/testing/Subprocess.h"
 
-#include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
+#include "QLSDKCoreKit/platform/testing/FakeStores.h"
 
 namespace quillkit::testing {
 

@@ -1,4 +1,4 @@
-#include "RunningCollector.h"
+#include "tools/testing/RunningCollector.h"
 
 #include <fstream>
 

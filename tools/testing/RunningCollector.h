@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "Subprocess.h"
+#include "tools/testing/Subprocess.h"
 #include <nlohmann/json.hpp>
 
-#include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
+#include "QLSDKCoreKit/platform/testing/FakeStores.h"
 
 namespace quillkit::testing {
 

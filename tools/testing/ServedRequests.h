@@ -1,6 +1,6 @@
 #pragma once
 
-#include "RequestLog.h"
+#include "tools/collector/RequestLog.h"
 
 namespace quillkit::testing {
 

@@ -1,4 +1,4 @@
-#include "Subprocess.h"
+#include "tools/testing/Subprocess.h"
 
 #include <array>
 #include <filesystem>

@@ -16,6 +16,8 @@ typedef struct CHostReport {
     size_t idLength;
     size_t linkLength;
     char link[2048];
+    char failure[128];
+    int failureTimes;
     QLSDKDeliveryCounts metrics;
     QLSDKDeliveryCounts total;
     QLSDKConsent consent;

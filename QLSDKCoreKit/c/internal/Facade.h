@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace qlsdk {
 
@@ -26,10 +28,33 @@ void runSwallowing(const Work& work) noexcept {
     }
 }
 
+/// A callback of C that has to hear one answer: a failure, when everyone who could give another has let go of
+/// this, as a task does that there was no memory for.
+class OwedAnswer {
+  public:
+    using Callback = void (*)(bool success, void* context);
+
+    OwedAnswer(Callback callback, void* context) noexcept : callback_(callback), context_(context) {}
+    ~OwedAnswer() { give(false); }
+    OwedAnswer(const OwedAnswer&) = delete;
+    OwedAnswer& operator=(const OwedAnswer&) = delete;
+
+    void give(bool success) noexcept {
+        if (const Callback callback = std::exchange(callback_, nullptr)) callback(success, context_);
+    }
+
+  private:
+    Callback callback_;
+    void* const context_;
+};
+
+/// Null when there was no memory for it, and the callback has heard of that.
+[[nodiscard]] std::shared_ptr<OwedAnswer> owedTo(OwedAnswer::Callback callback, void* context) noexcept;
+
 /// An absent text for NULL.
 [[nodiscard]] std::optional<std::string> textOrAbsent(const char* text);
 
-/// Answers a text as QLSDKText.h says.
+/// Answers a text as the top of QLSDK.h says.
 [[nodiscard]] std::size_t giveText(const std::optional<std::string>& text, char* buffer,
                                    std::size_t capacity) noexcept;
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "QLSDKCoreKit/c/QLSDKHost.h"
+#include "QLSDKCoreKit/c/QLSDK.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 
 namespace qlsdk {

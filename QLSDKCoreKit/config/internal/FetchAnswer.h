@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigArchive.h"
+#include "QLSDKCoreKit/config/QLSDKDynamicConfigManager.h"
 
 namespace qlsdk {
 
@@ -33,6 +34,36 @@ class FetchAnswer final {
   private:
     const Completion completion_;
     std::atomic_flag given_;
+};
+
+/// Owes a listener its one answer: a failure, when it is given up without one, as by a task that there was no
+/// memory for.
+class OwedCallback final {
+  public:
+    explicit OwedCallback(std::shared_ptr<const DynamicConfigCallback> callback) noexcept
+        : callback_(std::move(callback)) {}
+    OwedCallback(OwedCallback&& other) noexcept = default;
+    OwedCallback& operator=(OwedCallback&&) = delete;
+    ~OwedCallback() { give(false); }
+
+    [[nodiscard]] const std::shared_ptr<const DynamicConfigCallback>& callback() const noexcept {
+        return callback_;
+    }
+    /// Somebody else owes the answer now.
+    void handOver() noexcept { callback_ = nullptr; }
+    void give(bool success) noexcept {
+        const auto callback = std::exchange(callback_, nullptr);
+        if (callback == nullptr) return;
+        try {
+            (*callback)(success);
+        } catch (...) {
+            // The outcome stands; what the listener makes of the news is its own affair, and others still
+            // wait.
+        }
+    }
+
+  private:
+    std::shared_ptr<const DynamicConfigCallback> callback_;
 };
 
 }  // namespace qlsdk

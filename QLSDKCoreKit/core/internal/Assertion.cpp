@@ -5,7 +5,7 @@
 
 #include "QLSDKCoreKit/core/QLCrashReporting.h"
 #include "QLSDKCoreKit/core/internal/SharedClientSetup.h"
-#include "QLSDKCoreKit/platform/Value.h"
+#include "QLSDKCoreKit/values/Value.h"
 
 namespace qlsdk {
 
@@ -24,7 +24,7 @@ void reportFailedAssertion(std::string_view signature, std::string_view conditio
 
 void reportInvalidParameter(std::string_view signature, std::string_view parameterName) noexcept {
     try {
-        // on purpose: the condition brings parentheses of its own, so the report shows the name in two pairs.
+        // On purpose: the condition brings parentheses of its own, so the report shows the name in two pairs.
         reportFailedAssertion(signature, "(" + std::string(parameterName) + ")",
                               "Invalid parameter not satisfying: " + std::string(parameterName));
     } catch (...) {

@@ -50,6 +50,20 @@ TEST(Assertion, PercentSignsAreData) {
             "reason: '100%n %%s %1$@'"));
 }
 
+TEST(Assertion, ALoggerThatMakesTheSetupHearsThatItsClientIdIsMissing) {
+    platform::testing::FakePlatform fakes;
+    fakes.bundles->setMain({});
+    ASSERT_TRUE(fakes.install());
+    testing::RecordingLogger logger;
+    logger.onReport = [] { (void)QLSDKClientSetup::sharedInstance(); };
+    QLLogAssertAsHandledException("host", "asks for the setup");
+    EXPECT_THAT(
+        logger.reports(),
+        ElementsAre("host: asks for the setup",
+                    "Assertion failure in -[QLSDKClientSetup initPrivate]: [ClientID=(null)] Condition not "
+                    "satisfied: (_clientID), reason: 'QLSDKClientId MUST be set in your Info.plist!'"));
+}
+
 /// Breaks an expectation while the setup reads its property list, on the reading thread and on another.
 class AssertingBundles final : public platform::Bundles {
   public:

@@ -1,5 +1,7 @@
 #include "QLSDKCoreKit/core/internal/PercentEncoding.h"
 
+#include "QLSDKCoreKit/values/internal/Hex.h"
+
 namespace qlsdk {
 
 namespace {
@@ -11,15 +13,14 @@ bool isAlphanumeric(char c) noexcept {
 }  // namespace
 
 std::string percentEncoded(std::string_view text, std::string_view bare) {
-    static constexpr char kHex[] = "0123456789ABCDEF";
     std::string encoded;
     encoded.reserve(text.size());
     for (const char c : text) {
         if (isAlphanumeric(c) || bare.find(c) != std::string_view::npos) {
             encoded += c;
         } else {
-            const auto byte = static_cast<unsigned char>(c);
-            encoded += {'%', kHex[byte >> 4], kHex[byte & 15]};
+            encoded += '%';
+            appendHex(encoded, static_cast<unsigned char>(c), kUpperHex);
         }
     }
     return encoded;

@@ -22,7 +22,8 @@ enum class Due { now, later };
 enum class UploadOutcome { done, failed };
 
 /// Done without an error at status 200, and at 403: a refusal is final. All else has failed, 201 and 204 too.
-[[nodiscard]] UploadOutcome uploadOutcomeOf(bool hasError, std::int64_t statusCode) noexcept;
+/// The workbench judges with it, too.
+[[nodiscard]] QLSDK_EXPORT UploadOutcome uploadOutcomeOf(bool hasError, std::int64_t statusCode) noexcept;
 
 /// The number at the start of a header's value, after white space and a sign: 0 without one, saturated when
 /// it does not fit.

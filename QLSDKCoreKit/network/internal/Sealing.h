@@ -4,25 +4,24 @@
 #include <span>
 
 #include "QLSDKCoreKit/platform/Crypto.h"
-#include "QLSDKCoreKit/platform/Data.h"
+#include "QLSDKCoreKit/values/Data.h"
 
 namespace qlsdk {
 
-/// What the two transformations return on success; any other value is a failure.
+/// What `sealPayload` returns on success; any other value is a failure.
 inline constexpr int kSealingSuccess = 2;
 
-/// The key material that is built into the library (see the build option QLSDK_SEALING_KEY_FILE).
+/// The key material that is built into the library (see the build option QLSDK_SEALING_KEY_FILE). 32 bytes.
 [[nodiscard]] platform::Aes256Key sealingKey() noexcept;
 
-/// Authenticated encryption: AES-256-GCM. `output` has the size of `input`; `tag` receives 16 bytes. The two
-/// reserved numbers are 0.
+/// Seals the text of a client auth token: AES-256-GCM with a nonce of 16 bytes. `output` is as long as
+/// `input`; `tag` is written. Any thread; stateless.
+///
+/// The arguments, their order and the status are the same wherever such tokens are made, so that a build can
+/// put another routine in this one's place. The two numbers are reserved: callers pass 0, and this routine,
+/// which has no use for them, ignores them.
 [[nodiscard]] int sealPayload(std::span<std::uint8_t> output, platform::Block16& tag,
                               const platform::Block16& nonce, platform::Aes256Key key, int reservedBefore,
                               DataView input, int reservedAfter) noexcept;
-
-/// The way back. On failure `output` must not be used.
-[[nodiscard]] int openPayload(std::span<std::uint8_t> output, const platform::Block16& tag,
-                              const platform::Block16& nonce, platform::Aes256Key key,
-                              DataView input) noexcept;
 
 }  // namespace qlsdk

@@ -88,6 +88,11 @@ TEST_P(KeychainConformance, KeepsBytesOfAnyKind) {
     EXPECT_EQ(read("k"), bytes);
     ASSERT_EQ(keychain->itemAdd(item("empty", "")), errSecSuccess);
     EXPECT_EQ(read("empty"), "");
+    const std::string keys[] = {std::string("a\0b", 3), "a", "\xFF\xFE"};
+    for (const std::string& key : keys) ASSERT_EQ(keychain->itemAdd(item(key, key)), errSecSuccess);
+    for (const std::string& key : keys) EXPECT_EQ(read(key), key);
+    EXPECT_EQ(keychain->itemDelete(query(keys[0])), errSecSuccess);
+    EXPECT_EQ(read("a"), "a");
     ASSERT_EQ(keychain->itemUpdate(query("k"), {{std::string(kSecValueData), dataOf("new")}}), errSecSuccess);
     EXPECT_EQ(read("k"), "new");
     EXPECT_EQ(keychain->itemCopyMatching(query("k"), nullptr), errSecSuccess);

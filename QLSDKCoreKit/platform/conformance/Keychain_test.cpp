@@ -1,8 +1,7 @@
 #include "QLSDKCoreKit/platform/conformance/KeychainConformance.h"
-#include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
-#include "QLSDKCoreKit/platform/testing/FakeBundles.h"
-#include "QLSDKCoreKit/platform/testing/FakeKeychain.h"
-#include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
+#include "QLSDKCoreKit/platform/linux/LinuxAdapters.h"
+#include "QLSDKCoreKit/platform/testing/FakeFacts.h"
+#include "QLSDKCoreKit/platform/testing/FakeStores.h"
 
 namespace qlsdk::platform::conformance {
 namespace {

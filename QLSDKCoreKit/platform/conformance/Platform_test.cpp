@@ -38,6 +38,14 @@ class PlatformConformance : public ::testing::TestWithParam<PlatformFactory> {
     Platform platform = GetParam().make(home.path());
 };
 
+TEST(Platform, HasEveryPortThatItsHostLeavesOut) {
+    ASSERT_EQ(install({}), InstallResult::installed);
+    const Platform& it = current();
+    EXPECT_TRUE(it.clock && it.bundles && it.userDefaults && it.keychain && it.urlSession && it.application);
+    EXPECT_TRUE(it.device && it.locale && it.process && it.log && it.directories && it.random && it.queues);
+    EXPECT_TRUE(it.fonts && it.notificationCenter && it.activity);
+}
+
 TEST_P(PlatformConformance, ClockTellsPlausibleSeconds) {
     const double now = platform.clock->secondsSince1970();
     EXPECT_TRUE(std::isfinite(now));

@@ -84,6 +84,18 @@ TEST_P(QueuesConformance, KnowsWhichQueueIsCurrent) {
     EXPECT_FALSE(queue->isCurrent());
 }
 
+TEST_P(QueuesConformance, KnowsWhetherATaskFollowsTheOneThatAsks) {
+    const auto queue = queues_->makeSerialQueue("followed");
+    std::vector<bool> answers;
+    queue->async([&] {
+        answers.push_back(queue->hasNext());
+        queue->async([&] { answers.push_back(queue->hasNext()); });
+        answers.push_back(queue->hasNext());
+    });
+    settle();
+    EXPECT_EQ(answers, (std::vector<bool>{false, true, false}));
+}
+
 TEST_P(QueuesConformance, GoesOnAfterTaskThatThrowsAndIgnoresNullTask) {
     const auto queue = queues_->makeSerialQueue("throws");
     bool ran = false;

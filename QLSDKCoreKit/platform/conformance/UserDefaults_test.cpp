@@ -6,10 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
-#include "QLSDKCoreKit/platform/testing/FakeBundles.h"
-#include "QLSDKCoreKit/platform/testing/FakeUserDefaults.h"
-#include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
+#include "QLSDKCoreKit/platform/linux/LinuxAdapters.h"
+#include "QLSDKCoreKit/platform/testing/FakeFacts.h"
+#include "QLSDKCoreKit/platform/testing/FakeStores.h"
+#include "QLSDKCoreKit/platform/testing/ManualQueues.h"
 
 namespace qlsdk::platform::conformance {
 namespace {
@@ -30,7 +30,8 @@ Opener makeFake() {
 
 Opener makeOnLinux() {
     return [home = std::make_shared<testing::TemporaryDirectories>()] {
-        return makeLinuxUserDefaults(home->path(), std::make_shared<testing::FakeBundles>());
+        return makeLinuxUserDefaults(home->path(), std::make_shared<testing::FakeBundles>(),
+                                     std::make_shared<testing::ManualQueues>());
     };
 }
 
@@ -48,6 +49,7 @@ TEST_P(UserDefaultsConformance, KeepsEveryKindOfValueAcrossInstances) {
         {"empty text", ""},
         {"data", Data{0, 0xFF, 0x80}},
         {"date", Date{1'546'300'800}},
+        {"moment", Date{1'795'500'000.8000004}},
         {"array", Array{1, 1.5, "x", Array{}}},
         {"dictionary", Dictionary{{"b", 1}, {"a", Dictionary{{"c", false}}}}},
         {"com.quillo.\xE2\x82\xAC <key>", 1},

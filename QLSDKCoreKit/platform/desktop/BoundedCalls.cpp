@@ -1,4 +1,4 @@
-#include "QLSDKCoreKit/platform/desktop/internal/BoundedCalls.h"
+#include "QLSDKCoreKit/platform/desktop/BoundedCalls.h"
 
 #include <atomic>
 #include <utility>

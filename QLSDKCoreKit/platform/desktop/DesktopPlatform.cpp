@@ -1,6 +1,6 @@
 #include "QLSDKCoreKit/platform/desktop/DesktopPlatform.h"
 
-#include "QLSDKCoreKit/platform/desktop/internal/DesktopAdapters.h"
+#include "QLSDKCoreKit/platform/desktop/DesktopAdapters.h"
 
 namespace qlsdk::platform {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "QLSDKCoreKit/platform/Export.h"
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
 

@@ -3,8 +3,8 @@
 #include <fontconfig/fontconfig.h>
 
 #include "QLSDKCoreKit/platform/Fonts.h"
-#include "QLSDKCoreKit/platform/desktop/internal/DesktopAdapters.h"
-#include "QLSDKCoreKit/platform/desktop/internal/DestroyWith.h"
+#include "QLSDKCoreKit/platform/desktop/DesktopAdapters.h"
+#include "QLSDKCoreKit/platform/desktop/DestroyWith.h"
 
 namespace qlsdk::platform {
 

@@ -5,8 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "QLSDKCoreKit/platform/desktop/internal/DesktopAdapters.h"
-#include "QLSDKCoreKit/platform/desktop/internal/UrlHandlers.h"
+#include "QLSDKCoreKit/platform/desktop/DesktopAdapters.h"
+#include "QLSDKCoreKit/platform/desktop/UrlHandlers.h"
 
 namespace qlsdk::platform {
 

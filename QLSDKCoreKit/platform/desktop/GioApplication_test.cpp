@@ -8,10 +8,10 @@
 #include <stdlib.h>
 #include <sys/stat.h>
 
+#include "QLSDKCoreKit/platform/desktop/DesktopAdapters.h"
 #include "QLSDKCoreKit/platform/desktop/DesktopPlatform.h"
-#include "QLSDKCoreKit/platform/desktop/internal/DesktopAdapters.h"
-#include "QLSDKCoreKit/platform/desktop/testing_support/SessionBus.h"
-#include "QLSDKCoreKit/platform/testing/FakeDevice.h"
+#include "QLSDKCoreKit/platform/desktop/testing/SessionBus.h"
+#include "QLSDKCoreKit/platform/testing/FakeFacts.h"
 #include "QLSDKCoreKit/platform/testing/ManualQueues.h"
 
 namespace qlsdk::platform {

@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "QLSDKCoreKit/platform/Keychain.h"
-#include "QLSDKCoreKit/platform/desktop/internal/DesktopAdapters.h"
-#include "QLSDKCoreKit/platform/desktop/internal/SecretStore.h"
+#include "QLSDKCoreKit/platform/desktop/DesktopAdapters.h"
+#include "QLSDKCoreKit/platform/desktop/SecretStore.h"
 
 namespace qlsdk::platform {
 
@@ -93,19 +93,16 @@ Dictionary dictionaryOf(const SecretAttributes& attributes) {
     return dictionary;
 }
 
-// The bytes under `kSecValueData`, empty when there are none; null when something else stands there.
-const Data* secretIn(const Dictionary& dictionary) {
-    static const Data& none = *new Data;
+// The bytes under `kSecValueData`, empty when there are none; absent when something else stands there.
+std::optional<Data> secretIn(const Dictionary& dictionary) {
     const Value* value = dictionary.find(kSecValueData);
-    return value == nullptr ? &none : value->data();
+    if (value == nullptr) return Data();
+    return value->data() != nullptr ? std::optional(*value->data()) : std::nullopt;
 }
 
 // The service does not know our rule for duplicates, so that looking and adding are two steps. Between two
 // processes they may interleave; then both items stay, and the older one answers.
-std::timed_mutex& additionMutex() {
-    static std::timed_mutex& mutex = *new std::timed_mutex;
-    return mutex;
-}
+constinit std::timed_mutex additionMutex;
 
 /// Opens the service anew for each call: the calls are few, the service comes and goes with the session, and
 /// nothing of a connection is left to look after in between.
@@ -149,10 +146,12 @@ OSStatus SecretKeychain::forEachMatch(const SecretAttributes& wanted, const Item
 OSStatus SecretKeychain::itemAdd(const Dictionary& attributes) {
     const std::optional<SecretAttributes> stored = attributesIn(attributes);
     const std::optional<SecretAttributes> identity = stored ? identityIn(*stored) : std::nullopt;
-    const Data* secret = secretIn(attributes);
-    if (!identity || secret == nullptr) return errSecParam;
+    const std::optional<Data> secret = secretIn(attributes);
+    if (!identity || !secret) return errSecParam;
+    // First, because a child of fork() may find the mutex taken.
+    if (!canUseGLib()) return errSecNotAvailable;
     // By the wall clock: ThreadSanitizer does not know the wait by the steady one.
-    const std::unique_lock lock(additionMutex(), std::chrono::system_clock::now() + kCallLimit);
+    const std::unique_lock lock(additionMutex, std::chrono::system_clock::now() + kCallLimit);
     if (!lock) return errSecInteractionNotAllowed;
     return withStore([&](SecretStore& store) {
         std::vector<StoredSecret> found;
@@ -165,8 +164,8 @@ OSStatus SecretKeychain::itemAdd(const Dictionary& attributes) {
 OSStatus SecretKeychain::itemUpdate(const Dictionary& query, const Dictionary& attributesToUpdate) {
     const std::optional<SecretAttributes> wanted = attributesIn(query);
     const std::optional<SecretAttributes> changes = attributesIn(attributesToUpdate);
-    const Data* secret = secretIn(attributesToUpdate);
-    if (!wanted || !changes || secret == nullptr) return errSecParam;
+    const std::optional<Data> secret = secretIn(attributesToUpdate);
+    if (!wanted || !changes || !secret) return errSecParam;
     return forEachMatch(*wanted, [&](SecretStore& store, const StoredSecret& stored) {
         if (attributesToUpdate.contains(kSecValueData)) {
             const OSStatus status = store.writeSecret(stored, *secret);

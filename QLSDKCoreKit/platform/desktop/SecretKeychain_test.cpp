@@ -13,7 +13,7 @@
 
 #include "QLSDKCoreKit/platform/conformance/KeychainConformance.h"
 #include "QLSDKCoreKit/platform/desktop/DesktopPlatform.h"
-#include "QLSDKCoreKit/platform/desktop/testing_support/SessionBus.h"
+#include "QLSDKCoreKit/platform/desktop/testing/SessionBus.h"
 
 // Each suite here wants a session in another state; CMakeLists.txt says which.
 namespace qlsdk::platform {

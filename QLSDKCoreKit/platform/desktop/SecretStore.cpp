@@ -1,4 +1,4 @@
-#include "QLSDKCoreKit/platform/desktop/internal/SecretStore.h"
+#include "QLSDKCoreKit/platform/desktop/SecretStore.h"
 
 #include <algorithm>
 #include <memory>
@@ -6,7 +6,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include "QLSDKCoreKit/platform/desktop/internal/SilentSecretService.h"
+#include "QLSDKCoreKit/platform/desktop/SilentSecretService.h"
 
 namespace qlsdk::platform {
 

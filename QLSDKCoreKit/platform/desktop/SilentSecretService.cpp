@@ -1,4 +1,4 @@
-#include "QLSDKCoreKit/platform/desktop/internal/SilentSecretService.h"
+#include "QLSDKCoreKit/platform/desktop/SilentSecretService.h"
 
 namespace qlsdk::platform {
 

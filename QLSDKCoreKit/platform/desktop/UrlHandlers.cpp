@@ -1,9 +1,9 @@
-#include "QLSDKCoreKit/platform/desktop/internal/UrlHandlers.h"
+#include "QLSDKCoreKit/platform/desktop/UrlHandlers.h"
 
 #include <gio/gdesktopappinfo.h>
 #include <signal.h>
 
-#include "QLSDKCoreKit/platform/desktop/internal/BoundedCalls.h"
+#include "QLSDKCoreKit/platform/desktop/BoundedCalls.h"
 
 namespace qlsdk::platform {
 

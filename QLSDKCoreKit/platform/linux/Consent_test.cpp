@@ -1,16 +1,22 @@
 // Consent withdrawn in the middle of an upload: the real queue, session and files, and a server that stalls.
 
+#include "QLSDKCoreKit/control/Consent.h"
+
 #include <filesystem>
 #include <future>
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include "QLSDKCoreKit/control/ConsentGate.h"
+#include "QLSDKCoreKit/control/DeliveryCounters.h"
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
-#include "QLSDKCoreKit/platform/linux/testing_support/Certificates.h"
-#include "QLSDKCoreKit/platform/linux/testing_support/TlsServer.h"
-#include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
+#include "QLSDKCoreKit/platform/linux/testing/Certificates.h"
+#include "QLSDKCoreKit/platform/linux/testing/TlsServer.h"
+#include "QLSDKCoreKit/platform/testing/FakeStores.h"
 
 namespace qlsdk {
 namespace {
@@ -138,6 +144,43 @@ TEST_F(StalledUpload, SurvivesConsentThatChangesAllTheTime) {
     EXPECT_EQ(counts[Delivery::accepted] + counts[Delivery::discarded] + counts[Delivery::droppedAfterRetry],
               kRounds + kBatch)
         << "every record has an end";
+}
+
+TEST(ConsentGate, ARefusalUnderWayAtAForkStaysInTheChild) {
+    enum Finding { asExpected, isOver, isGranted };
+    const platform::testing::TemporaryDirectories home;
+    platform::LinuxPlatformOptions options;
+    options.home = home.path();
+    EXPECT_EQ(platform::makeLinuxPlatform(options).urlSession->mostUploadsOfAQueue(), 64u);
+    options.http.mostUploadsOfAQueue = 5;
+    ASSERT_EQ(platform::install(platform::makeLinuxPlatform(options)), platform::InstallResult::installed);
+    EXPECT_EQ(platform::current().urlSession->mostUploadsOfAQueue(), 5u);
+
+    platform::ConsentGate::Refusal held;
+    platform::consentGate().addKeeper({[&held](auto refusal) { held = std::move(refusal); }, nullptr, ""},
+                                      platform::consentGate().refusals());
+    std::promise<void> refusalDone;
+    platform::setConsent(Consent::refused, [&refusalDone] { refusalDone.set_value(); });
+    ASSERT_TRUE(platform::waitUntilIdle(kLong));
+    const auto inChild = [] {
+        bool changed = false;
+        platform::setConsent(Consent::granted, [&changed] { changed = true; });
+        if (!platform::waitUntilIdle(kLong) || changed) return isOver;
+        return platform::consent() == Consent::refused ? asExpected : isGranted;
+    };
+    const pid_t child = ::fork();
+    if (child == 0) ::_exit(inChild());
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == asExpected) << status;
+
+    // The parent's goes on and ends.
+    held = nullptr;
+    ASSERT_EQ(refusalDone.get_future().wait_for(kLong), std::future_status::ready);
+    std::promise<void> grantDone;
+    platform::setConsent(Consent::granted, [&grantDone] { grantDone.set_value(); });
+    grantDone.get_future().wait();
+    EXPECT_EQ(platform::consent(), Consent::granted);
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <utility>
 
-#include "QLSDKCoreKit/platform/linux/internal/LinuxAdapters.h"
+#include "QLSDKCoreKit/platform/linux/LinuxAdapters.h"
 
 namespace qlsdk::platform {
 
@@ -27,7 +27,7 @@ Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
     const auto bundles = makeLinuxBundles(absolutePath(options.infoPlist), locale, options.infoDictionary);
     return {.clock = makeLinuxClock(),
             .bundles = bundles,
-            .userDefaults = makeLinuxUserDefaults(home, bundles),
+            .userDefaults = makeLinuxUserDefaults(home, bundles, queues),
             .keychain = makeLinuxKeychain(home, bundles),
             .urlSession = makeLinuxUrlSession(options.http, activity),
             .application = makeHeadlessApplication(queues),
@@ -40,7 +40,8 @@ Platform makeLinuxPlatform(const LinuxPlatformOptions& options) {
             .queues = queues,
             .fonts = makeHeadlessFonts(),
             .notificationCenter = std::make_shared<NotificationCenter>(),
-            .activity = activity};
+            .activity = activity,
+            .diagnostics = makeStderrDiagnostics()};
 }
 
 Platform makeDefaultPlatform() {

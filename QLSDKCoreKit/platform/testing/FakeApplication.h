@@ -1,11 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "QLSDKCoreKit/platform/Application.h"
+#include "QLSDKCoreKit/platform/Fonts.h"
 
 namespace qlsdk::platform::testing {
 
@@ -47,6 +49,17 @@ class FakeViewController final : public ViewController {
 
   private:
     std::shared_ptr<ViewController> presented_;
+};
+
+/// Knows the fonts that the test names.
+class FakeFonts final : public Fonts {
+  public:
+    std::set<std::string> known;
+
+    std::shared_ptr<const Font> fontWithName(const std::string& name, double pointSize) override {
+        if (!known.contains(name)) return nullptr;
+        return std::make_shared<const Font>(Font{name, pointSize, {}});
+    }
 };
 
 }  // namespace qlsdk::platform::testing

@@ -18,7 +18,8 @@ Platform FakePlatform::platform() const {
             .queues = queues,
             .fonts = fonts,
             .notificationCenter = notificationCenter,
-            .activity = std::make_shared<Activity>()};
+            .activity = std::make_shared<Activity>(),
+            .diagnostics = diagnostics};
 }
 
 bool FakePlatform::install() const {

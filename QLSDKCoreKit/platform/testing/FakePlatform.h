@@ -4,16 +4,11 @@
 
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/testing/FakeApplication.h"
-#include "QLSDKCoreKit/platform/testing/FakeBundles.h"
-#include "QLSDKCoreKit/platform/testing/FakeClock.h"
-#include "QLSDKCoreKit/platform/testing/FakeDevice.h"
-#include "QLSDKCoreKit/platform/testing/FakeKeychain.h"
-#include "QLSDKCoreKit/platform/testing/FakeLog.h"
-#include "QLSDKCoreKit/platform/testing/FakeRandom.h"
+#include "QLSDKCoreKit/platform/testing/FakeFacts.h"
+#include "QLSDKCoreKit/platform/testing/FakeReports.h"
+#include "QLSDKCoreKit/platform/testing/FakeStores.h"
 #include "QLSDKCoreKit/platform/testing/FakeUrlSession.h"
-#include "QLSDKCoreKit/platform/testing/FakeUserDefaults.h"
 #include "QLSDKCoreKit/platform/testing/ManualQueues.h"
-#include "QLSDKCoreKit/platform/testing/TemporaryDirectories.h"
 
 namespace qlsdk::platform::testing {
 
@@ -35,6 +30,7 @@ struct FakePlatform {
     std::shared_ptr<FakeRandom> random = std::make_shared<FakeRandom>();
     std::shared_ptr<ManualQueues> queues = std::make_shared<ManualQueues>();
     std::shared_ptr<FakeFonts> fonts = std::make_shared<FakeFonts>();
+    std::shared_ptr<FakeDiagnostics> diagnostics = std::make_shared<FakeDiagnostics>();
     std::shared_ptr<NotificationCenter> notificationCenter = std::make_shared<NotificationCenter>();
 
     [[nodiscard]] Platform platform() const;

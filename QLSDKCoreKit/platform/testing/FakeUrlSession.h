@@ -1,7 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <mutex>
 #include <string_view>
 #include <vector>
@@ -18,6 +20,9 @@ class FakeUrlSession final : public UrlSession {
     /// Ends what waits, and later what comes, on the calling thread.
     void refuseTasks(Task done) override;
     void acceptTasks() override;
+    [[nodiscard]] std::size_t mostUploadsOfAQueue() const noexcept override { return mostUploads_; }
+    /// No ceiling until it is set.
+    void setMostUploadsOfAQueue(std::size_t uploads) noexcept { mostUploads_ = uploads; }
 
     /// The requests seen so far, answered or not, oldest first.
     [[nodiscard]] std::vector<UrlRequest> requests() const;
@@ -35,6 +40,7 @@ class FakeUrlSession final : public UrlSession {
     };
     bool complete(UrlResult result);
 
+    std::atomic<std::size_t> mostUploads_{std::numeric_limits<std::size_t>::max()};
     mutable std::mutex mutex_;
     std::vector<UrlRequest> requests_;
     std::vector<Waiting> waiting_;

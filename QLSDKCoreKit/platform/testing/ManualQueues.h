@@ -20,6 +20,8 @@ class ManualQueue final : public MainQueue {
 
     void async(Task task) override;
     [[nodiscard]] bool isCurrent() const noexcept override;
+    /// True while tasks wait: whoever drives the queue is taken to run them all before it looks at anything.
+    [[nodiscard]] bool hasNext() const noexcept override { return waiting() > 0; }
 
     [[nodiscard]] const std::string& label() const noexcept { return label_; }
     [[nodiscard]] std::size_t waiting() const;

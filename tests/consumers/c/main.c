@@ -1,4 +1,5 @@
 /* A host in plain C: asks the probes, receives a report and writes a message. */
+#include <stdint.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -32,8 +33,12 @@ static int messageIsWritten(void) {
 }
 
 int main(void) {
+    static const char inHost = 0;
     const char* library = QLKitVersionForClass(kQLSDKErrorDomain);
+    const char* function = QLKitVersionForClass((const void*)(uintptr_t)&picoproto_new);
+    const char* host = QLKitVersionForClass(&inHost);
     printf("%s, %s, debugger: %d\n", QLArchitecture(), QLLocale(), QLIsRunningWithDebugger());
-    printf("library: %s\n", library != NULL ? library : "linked in");
-    return reportArrives() && messageIsWritten() && QLSDKCoreKitVersionNumber >= 1 ? 0 : 1;
+    printf("library: %s, host: %s\n", library != NULL ? library : "none", host != NULL ? host : "none");
+    return reportArrives() && messageIsWritten() && QLSDKCoreKitVersionNumber >= 1 && library == function ? 0
+                                                                                                          : 1;
 }

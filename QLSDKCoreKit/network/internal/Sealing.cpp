@@ -1,0 +1,24 @@
+#include "QLSDKCoreKit/network/internal/Sealing.h"
+
+#include <array>
+
+namespace qlsdk {
+
+namespace {
+
+constexpr std::array<std::uint8_t, 32> kKey = {
+#include "SealingKey.inc"
+};
+
+}  // namespace
+
+platform::Aes256Key sealingKey() noexcept {
+    return kKey;
+}
+
+int sealPayload(std::span<std::uint8_t> output, platform::Block16& tag, const platform::Block16& nonce,
+                platform::Aes256Key key, int, DataView input, int) noexcept {
+    return platform::aes256GcmSeal(output, tag, nonce, key, input) ? kSealingSuccess : 0;
+}
+
+}  // namespace qlsdk

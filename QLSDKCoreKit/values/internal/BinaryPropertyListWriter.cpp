@@ -1,0 +1,129 @@
+#include "QLSDKCoreKit/values/internal/BinaryPropertyListWriter.h"
+
+#include <bit>
+#include <utility>
+
+#include "QLSDKCoreKit/values/internal/Unicode.h"
+
+namespace qlsdk::platform {
+
+namespace {
+
+constexpr std::string_view kHeader = "bplist00";
+
+constexpr std::uint64_t greatest(std::size_t width) noexcept {
+    return (std::uint64_t{1} << (8 * width)) - 1;
+}
+
+}  // namespace
+
+BinaryPropertyListWriter::BinaryPropertyListWriter(Widths widths) : widths_(widths) {
+    objects_.append(bytesOf(kHeader));
+    reserve();
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::begin() {
+    appendNumber(objects_.size(), widths_.offsetBytes, offsets_);
+    return static_cast<Node>(count_++);
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::reserve() {
+    return begin();
+}
+
+void BinaryPropertyListWriter::setOffset(Node node, std::size_t offset) noexcept {
+    const std::size_t width = widths_.offsetBytes;
+    putNumber(offset, width, offsets_.data() + std::size_t{node} * width);
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addBoolean(bool boolean) {
+    const Node node = begin();
+    objects_.append(static_cast<std::uint8_t>(boolean ? 0x09 : 0x08));
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addInteger(std::int64_t number) {
+    const Node node = begin();
+    appendInteger(number, objects_);
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addReal(double number) {
+    const Node node = begin();
+    objects_.append(std::uint8_t{0x23});
+    appendNumber(std::bit_cast<std::uint64_t>(number), 8, objects_);
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addDate(double secondsSince2001) {
+    const Node node = begin();
+    objects_.append(std::uint8_t{0x33});
+    appendNumber(std::bit_cast<std::uint64_t>(secondsSince2001), 8, objects_);
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addData(DataView bytes) {
+    const Node node = begin();
+    appendMarker(0x40, bytes.size(), objects_);
+    objects_.append(bytes);
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addText(std::string_view text) {
+    const Node node = begin();
+    if (isAscii(text)) {
+        appendMarker(0x50, text.size(), objects_);
+        objects_.append(bytesOf(text));
+        return node;
+    }
+    const std::size_t units = utf16Length(text);
+    appendMarker(0x60, units, objects_);
+    writeUtf16(text, objects_.extend(2 * units));
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addUid(std::uint32_t uid) {
+    const Node node = begin();
+    const std::size_t width = uid <= 0xFF ? 1 : uid <= 0xFFFF ? 2 : 4;
+    objects_.append(static_cast<std::uint8_t>(0x80 + width - 1));
+    appendNumber(uid, width, objects_);
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addArray(std::span<const Node> elements) {
+    const Node node = begin();
+    appendArray(elements, widths_.referenceBytes, objects_);
+    return node;
+}
+
+BinaryPropertyListWriter::Node BinaryPropertyListWriter::addDictionary(std::span<const Field> fields) {
+    const Node node = begin();
+    appendDictionary(fields, widths_.referenceBytes, objects_);
+    return node;
+}
+
+void BinaryPropertyListWriter::rollBack(const Mark& mark) noexcept {
+    objects_.truncate(mark.objectBytes);
+    offsets_.truncate(mark.offsetBytes);
+    count_ = mark.count;
+}
+
+bool BinaryPropertyListWriter::fits(std::size_t tableOffset) const noexcept {
+    return count_ <= greatest(widths_.referenceBytes) && tableOffset <= greatest(widths_.offsetBytes);
+}
+
+void BinaryPropertyListWriter::setTop(std::span<const Field> fields) {
+    setOffset(0, objects_.size());
+    appendDictionary(fields, widths_.referenceBytes, objects_);
+}
+
+Data BinaryPropertyListWriter::finish() {
+    const std::size_t tableOffset = objects_.size();
+    if (!fits(tableOffset)) return {};
+    objects_.append(offsets_.view());
+    appendTrailer(count_, tableOffset, widths_.referenceBytes, widths_.offsetBytes, objects_);
+    const DataView file = objects_.view();
+    return Data(file.begin(), file.end());
+}
+
+}  // namespace qlsdk::platform
