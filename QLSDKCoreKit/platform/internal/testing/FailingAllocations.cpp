@@ -28,8 +28,12 @@ extern "C" void* __wrap_malloc(std::size_t size) {
     return failsNow() ? nullptr : __real_malloc(size);
 }
 
+// Both ways to allocate are replaced, as both are freed below: a sanitizer's own would not match.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return failsNow() ? nullptr : __real_malloc(size > 0 ? size : 1);
+}
 void* operator new(std::size_t size) {
-    void* memory = failsNow() ? nullptr : __real_malloc(size > 0 ? size : 1);
+    void* memory = operator new(size, std::nothrow);
     if (memory == nullptr) throw std::bad_alloc();
     return memory;
 }
