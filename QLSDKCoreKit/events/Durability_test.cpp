@@ -259,13 +259,13 @@ TEST_F(Durability, AKillLeavesTheListOfSomeMomentBetweenTwoOperations) {
                 if (::write(progress[1], "x", 1) != 1) ::_exit(97);
             }
         });
+        ::close(progress[1]);  // so that the end of a child that failed is seen
         // Killed while it works on the pushes behind the last mark.
         char mark = 0;
         for (int seen = 0; seen <= round % 5; ++seen) ASSERT_EQ(::read(progress[0], &mark, 1), 1);
         ::kill(child, SIGKILL);
         ASSERT_EQ(endOf(child), SIGKILL);
         ::close(progress[0]);
-        ::close(progress[1]);
 
         // Every operation leaves the newest records, up to the last one that was numbered.
         const auto archive = readQueueArchive(path());
