@@ -1,9 +1,11 @@
 #include "QLSDKCoreKit/platform/Keychain.h"
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <optional>
 
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -15,13 +17,26 @@
 #include "QLSDKCoreKit/platform/linux/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/files/FileLock.h"
 #include "QLSDKCoreKit/platform/linux/testing/Reported.h"
+#include "QLSDKCoreKit/platform/linux/testing/SkippedSleep.h"
 #include "QLSDKCoreKit/platform/testing/FakeFacts.h"
 #include "QLSDKCoreKit/platform/testing/FakeStores.h"
+
+namespace {
+std::atomic<int> flushes{0};
+}
+
+// In place of the system's: how long a busy disk takes is no matter of these tests, that it is asked is one.
+extern "C" int fdatasync(int) {
+    ++flushes;
+    return 0;
+}
 
 namespace qlsdk::platform {
 namespace {
 
 namespace fs = std::filesystem;
+using testing_support::SkippedSleep;
+using namespace std::chrono_literals;
 
 Dictionary query(const std::string& key) {
     return {{std::string(kSecClass), std::string(kSecClassGenericPassword)},
@@ -49,9 +64,12 @@ class LinuxKeychain : public ::testing::Test {
     testing::TemporaryDirectories home;
 };
 
-TEST_F(LinuxKeychain, TouchesNoFileBeforeItsFirstUse) {
+TEST_F(LinuxKeychain, TouchesNoFileBeforeItsFirstUseAndFlushesAChange) {
     const auto keychain = open();
     EXPECT_TRUE(fs::is_empty(home.path()));
+    flushes = 0;
+    EXPECT_EQ(keychain->itemAdd(item("k")), errSecSuccess);
+    EXPECT_EQ(flushes, 1) << "an identity outlives a power cut";
 }
 
 TEST_F(LinuxKeychain, KeepsItsFilePrivateUnderAnyUmask) {
@@ -94,14 +112,30 @@ class Foreigner {
 TEST_F(LinuxKeychain, ReadersWaitForNoWriterAndWritersSayThatTheyCouldNotLook) {
     ASSERT_EQ(open()->itemAdd(item("k")), errSecSuccess);
     const auto expectReadable = [this](const std::string& what) {
+        const SkippedSleep sleep;
         EXPECT_EQ(open()->itemCopyMatching(query("k"), nullptr), errSecSuccess) << what;
         EXPECT_EQ(open()->itemCopyMatching(query("missing"), nullptr), errSecItemNotFound) << what;
+        EXPECT_EQ(sleep.slept(), 0s) << what;
+    };
+    // One time-out in all, also where one writer's lock is free late and another's not at all.
+    std::optional<FileLock> lock;
+    const auto expectRefused = [this, &lock] {
+        const SkippedSleep sleep([&lock](std::chrono::nanoseconds slept) {
+            if (slept > 1500ms) lock.reset();
+        });
+        EXPECT_EQ(open()->itemDelete(query("k")), errSecInteractionNotAllowed);
+        EXPECT_GT(sleep.slept(), 1500ms);
+        EXPECT_LE(sleep.slept(), kStoreTimeout + 2ms);
+    };
+    const auto hold = [this, &lock] {
+        lock.emplace(database() + ".lock", std::chrono::steady_clock::now());
+        ASSERT_EQ(lock->outcome(), FileLock::Outcome::held);
     };
     {
-        const FileLock lock(database() + ".lock", std::chrono::steady_clock::now());
-        ASSERT_EQ(lock.outcome(), FileLock::Outcome::held);
+        const FileLock stays(database() + ".lock", std::chrono::steady_clock::now());
+        ASSERT_EQ(stays.outcome(), FileLock::Outcome::held);
         expectReadable("a writer of ours");
-        EXPECT_EQ(open()->itemDelete(query("k")), errSecInteractionNotAllowed);
+        expectRefused();
         EXPECT_TRUE(testing::hasReported(DiagnosticKind::keychain, database()));
     }
     const std::string exclusive = "BEGIN EXCLUSIVE";
@@ -111,7 +145,8 @@ TEST_F(LinuxKeychain, ReadersWaitForNoWriterAndWritersSayThatTheyCouldNotLook) {
         ASSERT_EQ(other.run(transaction), SQLITE_OK);
         expectReadable(transaction);
         if (transaction == exclusive) {
-            EXPECT_EQ(open()->itemDelete(query("k")), errSecInteractionNotAllowed);
+            hold();
+            expectRefused();
         }
     }
     EXPECT_EQ(open()->itemDelete(query("k")), errSecSuccess);
