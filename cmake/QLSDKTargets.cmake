@@ -23,8 +23,8 @@ target_compile_options(qlsdk_build_flags INTERFACE -Wall -Wextra -Wconversion -W
 if(QLSDK_SANITIZE)
     target_compile_options(qlsdk_build_flags INTERFACE -fsanitize=${QLSDK_SANITIZE}
         -fno-sanitize-recover=all -fno-omit-frame-pointer
-        # The sanitizers' own code makes GCC doubt variables that it follows without them.
-        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
+        # The sanitizers' own code makes GCC doubt variables and texts that it follows without them.
+        $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized;-Wno-array-bounds>)
     target_link_options(qlsdk_build_flags INTERFACE -fsanitize=${QLSDK_SANITIZE})
 endif()
 

@@ -48,7 +48,8 @@ int cConstantsHaveTheirValues(void) {
            strcmp(kQLOAuth2ClientLogoutError, "Force logged out") == 0 &&
            kQLSDKNSErrorStatusCodeUnknown == 0 && QLSDKCoreKitVersionNumber == 1.3 &&
            strcmp((const char*)QLSDKCoreKitVersionString,
-                  "@(#)PROGRAM:QLSDKCoreKit  PROJECT:QLSDKCoreKit-1.3.4\n") == 0;
+                  "@(#)PROGRAM:QLSDKCoreKit  PROJECT:QLSDKCoreKit-1.3.4\n") == 0 &&
+           QLSDK_VERSION == 10304 && strcmp(QLSDK_VERSION_TEXT, "1.3.4") == 0;
 }
 
 int cLoggerCollectsReports(void) {

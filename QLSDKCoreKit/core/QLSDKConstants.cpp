@@ -4,4 +4,5 @@ const char* const kQLSDKErrorDomain = "QLSDKErrorDomain";
 const char* const kQLOAuth2ClientLogoutError = "Force logged out";
 const int64_t kQLSDKNSErrorStatusCodeUnknown = 0;
 const double QLSDKCoreKitVersionNumber = 1.3;
-const unsigned char QLSDKCoreKitVersionString[] = "@(#)PROGRAM:QLSDKCoreKit  PROJECT:QLSDKCoreKit-1.3.4\n";
+const unsigned char QLSDKCoreKitVersionString[] =
+    "@(#)PROGRAM:QLSDKCoreKit  PROJECT:QLSDKCoreKit-" QLSDK_VERSION_TEXT "\n";

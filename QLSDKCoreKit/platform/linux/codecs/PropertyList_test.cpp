@@ -41,11 +41,12 @@ TEST(PropertyList, PythonReadsWhatIsWritten) {
     values.set("controls", std::string("\0\1", 2));
     const auto written = serializePropertyList(values);
     ASSERT_TRUE(written.has_value());
-    const std::string program = std::string(kEveryKindInPython) +
-                                "every['exact'] = datetime.datetime(2001, 9, 9, 1, 46, 40, 62500)\n"
-                                "every['controls'] = '\\0\\1'\n"
-                                "read = plistlib.loads(sys.stdin.buffer.read(), fmt=plistlib.FMT_BINARY)\n"
-                                "print(read if repr(read) != repr(every) else 'same')";
+    std::string program(kEveryKindInPython);
+    program +=
+        "every['exact'] = datetime.datetime(2001, 9, 9, 1, 46, 40, 62500)\n"
+        "every['controls'] = '\\0\\1'\n"
+        "read = plistlib.loads(sys.stdin.buffer.read(), fmt=plistlib.FMT_BINARY)\n"
+        "print(read if repr(read) != repr(every) else 'same')";
     EXPECT_EQ(textOf(runPython(program, *written)), "same\n");
     EXPECT_EQ(parsePropertyList(*written), Value(values));
 }

@@ -13,6 +13,7 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
+#include "QLSDKCoreKit/Export.h"
 #include "QLSDKCoreKit/platform/Bundle.h"
 #include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Files.h"
@@ -239,7 +240,7 @@ class LinuxBundles final : public Bundles {
         return std::make_shared<const Bundle>(
             directoryOf(path),
             Dictionary{{std::string(kBundleIdentifierKey), "com.quillo.quill-kit.core"},
-                       {std::string(kBundleVersionKey), QLSDK_VERSION}},
+                       {std::string(kBundleVersionKey), QLSDK_VERSION_TEXT}},
             std::move(texts));
     }
 
