@@ -5,6 +5,7 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -20,6 +21,7 @@
 #include <unistd.h>
 
 #include "QLSDKCoreKit/QLSDKCoreKit.h"
+#include "QLSDKCoreKit/platform/PropertyList.h"
 #include "QLSDKCoreKit/platform/internal/ForkSafeOnce.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
 
@@ -124,6 +126,14 @@ void lookAtBundles() {
     (void)QLArchitecture();
 }
 
+// XML, which a library parses that no fork handler of ours knows.
+void readPropertyLists() {
+    static constexpr std::string_view kXml =
+        "<plist version=\"1.0\"><array><date>2024-01-02T03:04:05Z</date><real>0.5</real></array></plist>";
+    const auto list = parsePropertyList({reinterpret_cast<const std::uint8_t*>(kXml.data()), kXml.size()});
+    if (!list || !parsePropertyList(serializePropertyList(*list).value_or(Data{}))) std::abort();
+}
+
 void configure() {
     (void)QLSDKDynamicConfigManager::shared().dynamicConfig("forks");
     startUnlessTooMany([](auto done) {
@@ -169,6 +179,7 @@ constexpr Use kUses[] = {
     {"keeping user defaults", keepDefaults},
     {"keeping secrets", keepSecrets},
     {"looking at bundles", lookAtBundles},
+    {"reading property lists", readPropertyLists},
     {"asking for the configuration", configure},
     {"linking", link},
     {"sealing tokens", sealTokens},
