@@ -1,6 +1,7 @@
 # The build of scripts/mutate, injected at project(): one shared library whose every symbol a test can reach, so that a
 # mutant costs one compilation and one link, and which tells which of its lines a test ran (MutationReach.c).
 set(CMAKE_LINK_DEPENDS_NO_SHARED ON)
+set(QLSDK_SHARED_SHOWS_ALL ON)  # so that tests of internals ask this library, too, and not a copy of its objects
 set(qlsdk_mutation_reach ${CMAKE_CURRENT_LIST_DIR}/MutationReach.c)
 
 function(qlsdk_open_for_mutation directory)
