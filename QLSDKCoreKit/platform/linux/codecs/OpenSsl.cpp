@@ -25,9 +25,11 @@ bool ensureOpenSsl() noexcept {
     if (isReady) return true;
     // For a host that came first: its teardown, at exit or by its own call, finds our threads parked. Without
     // memory for either handler OpenSSL is not used, and the next call tries again. No one-time block: a fork
-    // in the middle of one would leave it closed for the child.
+    // in the middle of one would leave it closed for the child. Where OpenSSL had no memory for its own state
+    // at its first use it never tries again, says nothing and crashes at the next use; only this call tells.
     isReady = OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr) == 1 &&
-              OPENSSL_atexit([] { beTornDown(); }) == 1 && WorkGate::arm();
+              OSSL_LIB_CTX_get0_global_default() != nullptr && OPENSSL_atexit([] { beTornDown(); }) == 1 &&
+              WorkGate::arm();
     return isReady;
 }
 
