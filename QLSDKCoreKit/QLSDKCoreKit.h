@@ -34,6 +34,7 @@
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/network/QLSDKNetworkRequest.h"
 #include "QLSDKCoreKit/network/QLSDKPayload.h"
+#include "QLSDKCoreKit/network/TokenOpener.h"
 
 // Secure storage, remote configuration, links into the companion app.
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigManager.h"

@@ -1,5 +1,5 @@
 # What `cmake --install` lays down: libraries, public headers, CMake and pkg-config files. Its components are the Debian
-# packages of QLSDKPackages.cmake: runtime, dev, desktop-runtime, desktop-dev and quillkit.
+# packages of QLSDKPackages.cmake: runtime, dev, desktop-runtime, desktop-dev, schema and quillkit.
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
@@ -103,3 +103,19 @@ install(FILES
     ${PROJECT_BINARY_DIR}/install/QLSDKCoreKitConfig.cmake
     ${PROJECT_BINARY_DIR}/install/QLSDKCoreKitConfigVersion.cmake
     DESTINATION ${qlsdk_cmake_dir} COMPONENT dev)
+
+# For those who build the service: messages, formats, and what a receiver must make of tokens and bodies.
+install(FILES schema/heartbeat.proto schema/kit_events.proto schema/metrics.proto schema/timestamp.proto
+    schema/vectors/vectors.json
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/qlsdkcorekit-schema COMPONENT schema)
+# The chapters of docs/formats.md up to the library's own files.
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/formats.md)
+file(READ docs/formats.md wire_chapters)
+string(FIND "${wire_chapters}" "\n## Files\n" end)
+if(end EQUAL -1)
+    message(FATAL_ERROR "docs/formats.md has no chapter Files, before which those of the wire stand")
+endif()
+string(SUBSTRING "${wire_chapters}" 0 ${end} wire_chapters)
+file(WRITE ${PROJECT_BINARY_DIR}/install/wire.md "${wire_chapters}")
+install(FILES ${PROJECT_BINARY_DIR}/install/wire.md
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qlsdkcorekit-schema COMPONENT schema)

@@ -6,7 +6,7 @@ set(CPACK_PACKAGE_CONTACT "The maintainers of QLSDKCoreKit <maintainers@quillo.e
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
-set(CPACK_COMPONENTS_ALL runtime dev quillkit)
+set(CPACK_COMPONENTS_ALL runtime dev quillkit schema)
 if(QLSDK_BUILD_DESKTOP)
     list(APPEND CPACK_COMPONENTS_ALL desktop-runtime desktop-dev)
 endif()
@@ -66,6 +66,9 @@ endif()
 qlsdk_debian_package(quillkit NAME quillkit SECTION devel
     SUMMARY "workbench for hosts of the Quillo kits"
     DEPENDS ${workbench_needs})
+qlsdk_debian_package(schema NAME qlsdkcorekit-schema SECTION doc
+    SUMMARY "messages of the Quillo kits, for services that receive them")
+set(CPACK_DEBIAN_SCHEMA_PACKAGE_ARCHITECTURE all)
 if(QLSDK_BUILD_DESKTOP)
     qlsdk_debian_package(desktop-runtime LIBRARY libqlsdkcorekit-desktop NAME ${desktop_runtime} SECTION libs
         SUMMARY "desktop adapters for the core library of the Quillo kits"

@@ -99,5 +99,10 @@ TEST(FuzzTargets, JsonHoldsUnderMutation) {
           "json");
 }
 
+TEST(FuzzTargets, TokenHoldsUnderMutation) {
+    const Data text = dataOf("com.example.app:1795385225380\3\3\3");
+    drive(token, isToken, {text, dataOf(sealedToken(text)), dataOf(sealedToken(dataOf(":-1\1")))}, "token");
+}
+
 }  // namespace
 }  // namespace qlsdk::fuzz

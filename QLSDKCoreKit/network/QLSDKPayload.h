@@ -47,8 +47,9 @@ struct OpenedToken {
     std::int64_t createdMillis = 0;
 };
 
-/// Opens a client auth token with the key that is built into this library, for the server that checks it.
-/// Absent when it is no token, was sealed with another key or was changed on its way. Stateless; any thread.
+/// Opens a client auth token with the key that is built into this library, whatever its app and age; a
+/// server's own rules are judged by network/TokenOpener.h. Absent when it is no token, was sealed with
+/// another key or was changed on its way. Stateless; any thread.
 [[nodiscard]] QLSDK_EXPORT std::optional<OpenedToken> openToken(std::string_view token) noexcept;
 
 }  // namespace qlsdk

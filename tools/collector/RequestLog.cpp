@@ -38,8 +38,9 @@ ordered_json parsedJson(const qlsdk::Data& body) {
 
 std::string tokenText(const TokenReport& token) {
     std::string text = "token " + std::string(wordsFor(token.state));
-    if (!token.opened.has_value()) return text;
-    return text + " (" + token.opened->bundleIdentifier + ", " + std::to_string(token.ageMillis) + " ms old)";
+    if (!token.opened.has_value()) return text + (token.isDevelopment ? " (development key)" : "");
+    return text + " (" + token.opened->bundleIdentifier + ", " + std::to_string(token.ageMillis) + " ms old" +
+           (token.isDevelopment ? ", development key)" : ")");
 }
 
 std::string bodyText(const ServedRequest& request) {

@@ -7,7 +7,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "QLSDKCoreKit/network/QLSDKPayload.h"
+#include "QLSDKCoreKit/network/TokenOpener.h"
 
 namespace quillkit {
 
@@ -24,6 +24,8 @@ struct TokenReport {
     std::optional<qlsdk::OpenedToken> opened;
     /// From the token's moment to `nowMillis`; 0 when it did not open.
     std::int64_t ageMillis = 0;
+    /// Sealed with the public development key: anybody can have made it.
+    bool isDevelopment = false;
 };
 
 /// Judges the header's value; absent when the request had none.

@@ -10,10 +10,18 @@ constexpr std::array<std::uint8_t, 32> kKey = {
 #include "SealingKey.inc"
 };
 
+constexpr std::array<std::uint8_t, 32> kDevelopmentKey = {
+#include "DevelopmentKey.inc"
+};
+
 }  // namespace
 
 platform::Aes256Key sealingKey() noexcept {
     return kKey;
+}
+
+platform::Aes256Key developmentSealingKey() noexcept {
+    return kDevelopmentKey;
 }
 
 int sealPayload(std::span<std::uint8_t> output, platform::Block16& tag, const platform::Block16& nonce,

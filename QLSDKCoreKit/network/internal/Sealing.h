@@ -14,6 +14,9 @@ inline constexpr int kSealingSuccess = 2;
 /// The key material that is built into the library (see the build option QLSDK_SEALING_KEY_FILE). 32 bytes.
 [[nodiscard]] platform::Aes256Key sealingKey() noexcept;
 
+/// The key of builds that name none, which is public. 32 bytes.
+[[nodiscard]] platform::Aes256Key developmentSealingKey() noexcept;
+
 /// Seals the text of a client auth token: AES-256-GCM with a nonce of 16 bytes. `output` is as long as
 /// `input`; `tag` is written. Any thread; stateless.
 ///
