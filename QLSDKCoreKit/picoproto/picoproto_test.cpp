@@ -189,6 +189,7 @@ TEST(Picoproto, NullArgumentsHaveTheirStatedOutcome) {
 
 TEST(Picoproto, ANullChildAnywhereIsAnEmptyMessage) {
     constexpr std::uint64_t kCount = 21;
+    const std::size_t before = ::mallinfo2().uordblks;
     for (std::uint64_t absent = 0; absent <= kCount; ++absent) {
         for (const bool freeing : {false, true}) {
             std::vector<MessageContext> owned;
@@ -210,6 +211,7 @@ TEST(Picoproto, ANullChildAnywhereIsAnEmptyMessage) {
             EXPECT_EQ(bytesOfMessage(message), expected) << absent;
         }
     }
+    EXPECT_LT(::mallinfo2().uordblks, before + 200'000) << "each is freed that shall be";
 }
 
 using testing::FailingAllocations;

@@ -20,7 +20,7 @@ bool skipPast(std::string_view& text, std::string_view end) noexcept {
     return true;
 }
 
-// Steps over one element tag, whose '<' is already gone, and counts the depth.
+// Steps up to the end of one element tag, whose '<' is already gone, and counts the depth.
 bool skipTag(std::string_view& text, std::size_t& depth) noexcept {
     const std::size_t end = text.find('>');
     if (end == std::string_view::npos) return false;
@@ -28,7 +28,7 @@ bool skipTag(std::string_view& text, std::size_t& depth) noexcept {
     const bool isEmpty = end > 0 && text[end - 1] == '/';
     if (closes && depth > 0) --depth;
     if (!closes && !isEmpty) ++depth;
-    text.remove_prefix(end + 1);
+    text.remove_prefix(end);
     return depth <= kMaximumElements;
 }
 
@@ -37,7 +37,7 @@ bool skipDeclaration(std::string_view& text) noexcept {
     const std::size_t end = text.find('>');
     if (end == std::string_view::npos || text.substr(0, end).find('[') != std::string_view::npos)
         return false;
-    text.remove_prefix(end + 1);
+    text.remove_prefix(end);
     return true;
 }
 

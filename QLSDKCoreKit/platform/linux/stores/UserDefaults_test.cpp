@@ -192,7 +192,7 @@ TEST_F(LinuxUserDefaults, LeaveTheWaitingForALockToAQueue) {
 }
 
 TEST_F(LinuxUserDefaults, AreWrittenWhereThereAreNoLocks) {
-    for (const int error : {ENOLCK, ENOSYS, EOPNOTSUPP}) {
+    for (const int error : {ENOLCK, ENOSYS, EOPNOTSUPP, EINVAL}) {
         flockError = error;
         open()->setObjectForKey(error, "k");
         EXPECT_TRUE(open()->objectForKey("k") == Value(error)) << error;
@@ -206,6 +206,17 @@ TEST_F(LinuxUserDefaults, AreWrittenWhereThereAreNoLocks) {
                   errSecSuccess);
         flockError = 0;
     }
+}
+
+TEST_F(LinuxUserDefaults, AreNotWrittenWhereALockFails) {
+    open()->setObjectForKey("whole", "k");
+    const auto defaults = open();
+    flockError = EIO;
+    defaults->setObjectForKey("unlocked", "k");
+    flockError = 0;
+    EXPECT_TRUE(defaults->objectForKey("k") == Value("unlocked"));
+    EXPECT_TRUE(open()->objectForKey("k") == Value("whole"));
+    EXPECT_TRUE(testing::hasReported(DiagnosticKind::failedWrite, file(), EIO));
 }
 
 TEST_F(LinuxUserDefaults, ThreadsThatWriteAtOnceLeaveTheLastOfEachKey) {
