@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <new>
 
+#include "QLSDKCoreKit/values/internal/ArchiveChecksum.h"
 #include "QLSDKCoreKit/values/internal/KeyedArchiver.h"
 #include "QLSDKCoreKit/values/internal/KeyedUnarchiver.h"
 
@@ -85,6 +86,7 @@ Data archiveRootObject(const ArchivedObject& root, RootClass rootClass) try {
 
 std::optional<ArchivedObject> unarchiveRootObjectOrThrow(DataView bytes,
                                                          std::span<const ArchivableClass> classes) try {
+    if (contradictsItsChecksum(bytes)) return std::nullopt;
     const auto reader = BinaryPropertyListReader::open(bytes);
     return reader ? KeyedUnarchiver(*reader, bytes, classes).unarchive() : std::nullopt;
 } catch (const std::bad_alloc&) {

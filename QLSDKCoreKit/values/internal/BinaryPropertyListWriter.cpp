@@ -1,6 +1,7 @@
 #include "QLSDKCoreKit/values/internal/BinaryPropertyListWriter.h"
 
 #include <bit>
+#include <cstring>
 #include <utility>
 
 #include "QLSDKCoreKit/values/internal/Unicode.h"
@@ -34,6 +35,10 @@ BinaryPropertyListWriter::Node BinaryPropertyListWriter::reserve() {
 void BinaryPropertyListWriter::setOffset(Node node, std::size_t offset) noexcept {
     const std::size_t width = widths_.offsetBytes;
     putNumber(offset, width, offsets_.data() + std::size_t{node} * width);
+}
+
+void BinaryPropertyListWriter::overwrite(std::size_t offset, DataView bytes) noexcept {
+    std::memcpy(objects_.data() + offset, bytes.data(), bytes.size());
 }
 
 BinaryPropertyListWriter::Node BinaryPropertyListWriter::addBoolean(bool boolean) {

@@ -43,6 +43,8 @@ class BinaryPropertyListWriter {
     /// The number of an object whose bytes come later.
     Node reserve();
     void setOffset(Node node, std::size_t offset) noexcept;
+    /// Other bytes in the place of some that are there.
+    void overwrite(std::size_t offset, DataView bytes) noexcept;
 
     /// How far the writer has come; it may be taken back to there.
     struct Mark {

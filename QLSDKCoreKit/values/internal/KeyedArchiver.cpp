@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "QLSDKCoreKit/values/KeyedCoder.h"
+#include "QLSDKCoreKit/values/internal/ArchiveChecksum.h"
 #include "QLSDKCoreKit/values/internal/KeyedArchiveFormat.h"
 #include "QLSDKCoreKit/values/internal/Nesting.h"
 #include "QLSDKCoreKit/values/internal/Unicode.h"
@@ -29,7 +30,8 @@ constexpr std::size_t kLongestSharedText = 256;
 
 }  // namespace
 
-KeyedArchiver::KeyedArchiver(RootClass rootClass, Widths widths) : rootClass_(rootClass), writer_(widths) {
+KeyedArchiver::KeyedArchiver(RootClass rootClass, Widths widths, Checksum checksum)
+    : rootClass_(rootClass), writer_(widths) {
     // Room for an ordinary queue of some ten events, so that its archive takes a fixed number of allocations.
     objects_.reserve(64);
     uidNodes_.reserve(64);
@@ -38,6 +40,8 @@ KeyedArchiver::KeyedArchiver(RootClass rootClass, Widths widths) : rootClass_(ro
     elements_.reserve(32);
     keys_.reserve(32);
     classes_.reserve(8);
+    // Referred to by nobody.
+    if (checksum == Checksum::room) writer_.addData(archiveChecksum(0));
     inlineObject(writer_.addText(kNullText));
 }
 

@@ -29,7 +29,9 @@ class KeyedArchiver {
     using Uid = std::uint32_t;
     using ClassChain = std::span<const std::string_view>;
 
-    KeyedArchiver(RootClass rootClass, Widths widths);
+    /// Whether the file begins with room for its checksum (`ArchiveChecksum.h`).
+    enum class Checksum { no, room };
+    KeyedArchiver(RootClass rootClass, Widths widths, Checksum checksum = Checksum::no);
 
     /// The whole file; empty when the graph nests too deep, does not fit the widths or could not be read
     /// again.

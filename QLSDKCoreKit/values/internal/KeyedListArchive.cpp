@@ -4,6 +4,8 @@
 #include <optional>
 #include <vector>
 
+#include "QLSDKCoreKit/values/internal/ArchiveChecksum.h"
+#include "QLSDKCoreKit/values/internal/Checksum.h"
 #include "QLSDKCoreKit/values/internal/FrontFirstBytes.h"
 #include "QLSDKCoreKit/values/internal/KeyedArchiveFormat.h"
 #include "QLSDKCoreKit/values/internal/KeyedArchiver.h"
@@ -16,6 +18,25 @@ constexpr std::array kArrayChain{keyed::kArray, keyed::kRootObject};
 constexpr std::array kDictionaryChain{keyed::kDictionary, keyed::kRootObject};
 
 constexpr std::size_t kKeptBytes = std::size_t{64} << 10;
+
+/// The checksum of bytes that grow, taken on from where it was.
+struct GrowingChecksum {
+    void atEnd(DataView bytes) noexcept {
+        checksum = crc32c(checksum, bytes.subspan(length));
+        length = bytes.size();
+    }
+    void atFront(DataView bytes) noexcept {
+        checksum = joinedCrc32c(crc32c(0, bytes.first(bytes.size() - length)), checksum, length);
+        length = bytes.size();
+    }
+    /// That of `earlier` and of these.
+    [[nodiscard]] std::uint32_t after(std::uint32_t earlier) const noexcept {
+        return joinedCrc32c(earlier, checksum, length);
+    }
+
+    std::uint32_t checksum = 0;
+    std::size_t length = 0;
+};
 
 }  // namespace
 
@@ -39,6 +60,7 @@ struct KeyedListArchive::Encoding {
 
     void writeRoot(std::string_view listKey, std::string_view numberKey);
     void noteNewObjects();
+    [[nodiscard]] std::uint32_t checksum() noexcept;
 
     KeyedArchiver archiver;
     BinaryPropertyListWriter& writer = archiver.writer_;
@@ -56,11 +78,18 @@ struct KeyedListArchive::Encoding {
     ByteBuffer trailer{kTrailerBytes};
     std::array<DataView, 8> pieces;
     KeyedArchiver::Mark empty{};
+    /// Of what only grows from one file to the next.
+    struct {
+        GrowingChecksum objects;
+        GrowingChecksum list;
+        GrowingChecksum numbers;
+        GrowingChecksum offsets;
+    } sums;
 };
 
 KeyedListArchive::Encoding::Encoding(std::string_view listKey, std::string_view numberKey,
                                      KeyedArchiver::Widths widths)
-    : archiver(RootClass::dictionary, widths) {
+    : archiver(RootClass::dictionary, widths, KeyedArchiver::Checksum::room) {
     writeRoot(listKey, numberKey);
     // Elements stand in the list, and that in the dictionary.
     archiver.depth_ = 2;
@@ -90,6 +119,7 @@ void KeyedListArchive::Encoding::writeRoot(std::string_view listKey, std::string
 void KeyedListArchive::Encoding::clear() {
     archiver.rollBack(empty);
     length = 0;
+    sums = {};
     listBytes.clear();
     notedObjects = empty.objects;
     objectsBytes.truncate(notedObjects * writer.widths().referenceBytes);
@@ -108,6 +138,22 @@ void KeyedListArchive::Encoding::pushFront(const ArchivedObject& element) {
     putNumber(node, width, listBytes.extendFront(width));
     ++length;
     noteNewObjects();
+}
+
+// A record that is added costs what it is long, whatever the length of the list.
+std::uint32_t KeyedListArchive::Encoding::checksum() noexcept {
+    // The offsets that change with each file are the first.
+    const DataView offsets = writer.offsets();
+    const std::size_t changing = (std::size_t{number} + 1) * writer.widths().offsetBytes;
+    sums.objects.atEnd(writer.objects().subspan(kChecksummedFrom));
+    sums.list.atFront(listBytes.view());
+    sums.numbers.atEnd(objectsBytes.view());
+    sums.offsets.atEnd(offsets.subspan(changing));
+    std::uint32_t sum = crc32c(sums.objects.checksum, listHead.view());
+    sum = crc32c(sums.list.after(sum), objectsHead.view());
+    sum = crc32c(sums.numbers.after(sum), numberBytes.view());
+    sum = crc32c(sum, offsets.first(changing));
+    return crc32c(sums.offsets.after(sum), trailer.view());
 }
 
 std::span<const DataView> KeyedListArchive::Encoding::file(std::uint64_t numberValue) {
@@ -131,6 +177,7 @@ std::span<const DataView> KeyedListArchive::Encoding::file(std::uint64_t numberV
     writer.setOffset(number, numberAt);
     appendTrailer(writer.count(), tableAt, writer.widths().referenceBytes, writer.widths().offsetBytes,
                   begin(trailer));
+    writer.overwrite(kChecksumOffset, archiveChecksum(checksum()));
     pieces = {writer.objects(),    listHead.view(),    listBytes.view(), objectsHead.view(),
               objectsBytes.view(), numberBytes.view(), writer.offsets(), trailer.view()};
     return pieces;

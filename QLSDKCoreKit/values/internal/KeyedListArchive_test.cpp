@@ -133,11 +133,22 @@ def resolve(archive):
         return (tuple(objects[value['$class'].data]['$classes']), tuple(fields))
     return of(archive['$top']['root'])
 data, count = sys.stdin.buffer.read(), 0
-files = []
+files, raw = [], []
 while data:
     size = int.from_bytes(data[:8], 'little')
-    files.append(plistlib.loads(data[8:8 + size]))
+    raw.append(data[8:8 + size])
+    files.append(plistlib.loads(raw[-1]))
     data = data[8 + size:]
+def checksum(data):
+    sum = 0xFFFFFFFF
+    for byte in data:
+        sum ^= byte
+        for bit in range(8): sum = sum >> 1 ^ (0x82F63B78 if sum & 1 else 0)
+    return (sum ^ 0xFFFFFFFF).to_bytes(4, 'big')
+assert checksum(b'123456789') == bytes.fromhex('e3069283')
+for ours, plain in zip(raw[::2], raw[1::2]):
+    assert ours[:13] == b'bplist00\x48C32C' and ours[13:17] == checksum(ours[17:]), count
+    assert plain[8:13] != ours[8:13]
 for ours, plain in zip(files[::2], files[1::2]):
     assert resolve(ours) == resolve(plain), count
     count += 1

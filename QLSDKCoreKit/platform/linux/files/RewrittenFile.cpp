@@ -44,6 +44,7 @@ class KeptFile {
     KeptFile& operator=(KeptFile&& other) noexcept {
         std::swap(file_, other.file_);
         std::swap(opened_, other.opened_);
+        std::swap(isWritten_, other.isWritten_);
         return *this;
     }
     ~KeptFile() {
@@ -56,6 +57,9 @@ class KeptFile {
     [[nodiscard]] bool is(const struct stat& other) const noexcept {
         return other.st_ino == opened_.st_ino && other.st_dev == opened_.st_dev;
     }
+    /// Whether all that it holds was written through this object.
+    [[nodiscard]] bool isWritten() const noexcept { return isWritten_; }
+    void setWritten() noexcept { isWritten_ = true; }
     [[nodiscard]] bool isOpen() const noexcept {
         struct stat now;
         return ::fstat(file_.get(), &now) == 0 && is(now);
@@ -64,6 +68,7 @@ class KeptFile {
   private:
     FileDescriptor file_;
     struct stat opened_ {};
+    bool isWritten_ = false;
 };
 
 // The spare, made where there is none.
@@ -176,14 +181,24 @@ class RewrittenFile::Files final : public ForkAware {
             ::unlink(sparePath_.c_str());
             return Outcome::hasNoSpare;
         }
-        const Outcome outcome =
-            overwrite(spare_.get(), named.st_size, pieces) ? putInPlace() : Outcome::failed;
+        const Outcome outcome = overwriteSpare(named.st_size, pieces) ? putInPlace() : Outcome::failed;
         if (outcome == Outcome::failed) {
             const int error = errno;
             ::unlink(sparePath_.c_str());
             errno = error;
         }
         return outcome;
+    }
+
+    // What an earlier process has left may have no checksum that would betray a mixture with it after a power
+    // cut. Emptied, it takes no part in one: the file gets other blocks.
+    bool overwriteSpare(off_t oldSize, std::span<const DataView> pieces) noexcept {
+        if (!spare_.isWritten() && oldSize != 0) {
+            if (::ftruncate(spare_.get(), 0) != 0) return false;
+            oldSize = 0;
+        }
+        spare_.setWritten();
+        return overwrite(spare_.get(), oldSize, pieces);
     }
 
     Outcome putInPlace() noexcept {
