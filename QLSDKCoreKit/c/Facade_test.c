@@ -45,8 +45,8 @@ void cHostLives(const char* home, CHostReport* report) {
                                    {"CFBundleVersion", "3.0"},
                                    {"QLSDKClientId", "c-client"},
                                    {NULL, "left out"}};
-    QLSDKStartOptions options = {0};
-    QLSDKLink link = {0};
+    QLSDKStartOptions options = {.size = sizeof options};
+    QLSDKLink link = {.size = sizeof link};
     struct pollfd tasks = {0};
     char identifier[64];
 
@@ -82,6 +82,8 @@ void cHostLives(const char* home, CHostReport* report) {
     QLSDKAddCount(1, "dropped");
     (void)QLSDKWaitUntilIdle(60000);
     report->consent = QLSDKGetConsent();
+    report->metrics.size = sizeof report->metrics;
+    report->total.size = sizeof report->total;
     (void)QLSDKReadDeliveryCounts("/v1/sdk/metrics/operational", &report->metrics);
     (void)QLSDKReadDeliveryCounts(NULL, &report->total);
 }

@@ -1,7 +1,10 @@
 // The C functions, called from a C host beside this one and, with every null there is, from here.
 
+#include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -48,6 +51,68 @@ TEST(CFacade, CarriesAHostInC) {
     };
     EXPECT_EQ(QLSDKReadDiagnostics(add, &times), QLSDKReadDiagnostics(nullptr, nullptr));
     EXPECT_EQ(times, 2u);
+}
+
+/// Memory of a host whose structure has `size` bytes: no byte behind them is the library's.
+template <typename Structure>
+class OfSize {
+  public:
+    OfSize(const Structure& value, std::size_t size) : memory_(new std::byte[size]) {
+        std::memset(memory_.get(), 0x5A, size);
+        std::memcpy(memory_.get(), &value, std::min(size, sizeof value));
+        std::memcpy(memory_.get(), &size, sizeof size);
+    }
+    Structure* get() { return reinterpret_cast<Structure*>(memory_.get()); }
+    [[nodiscard]] std::byte at(std::size_t i) const { return memory_[i]; }
+
+  private:
+    std::unique_ptr<std::byte[]> memory_;
+};
+
+TEST(CFacade, UnderstandsHostsOfOlderAndNewerVersions) {
+    const FakePlatform fakes;
+    ASSERT_TRUE(fakes.install());
+    QLSDKSetConsent(QLSDKConsentGranted, nullptr, nullptr);
+    QLSDKAddCount(1, "one");
+    QLSDKFlush();
+    fakes.queues->runUntilIdle();
+    ASSERT_TRUE(fakes.urlSession->answer(200));
+    while (fakes.urlSession->answer(200)) {
+    }
+    fakes.queues->runUntilIdle();
+
+    constexpr std::size_t kUpToAccepted = offsetof(QLSDKDeliveryCounts, retried);
+    OfSize<QLSDKDeliveryCounts> older({}, kUpToAccepted);
+    EXPECT_TRUE(QLSDKReadDeliveryCounts(nullptr, older.get()));
+    EXPECT_EQ(older.get()->accepted, 1u);
+    OfSize<QLSDKDeliveryCounts> newer({}, sizeof(QLSDKDeliveryCounts) + 8);
+    EXPECT_TRUE(QLSDKReadDeliveryCounts(nullptr, newer.get()));
+    EXPECT_EQ(newer.get()->size, sizeof(QLSDKDeliveryCounts) + 8) << "as the host has said";
+    EXPECT_EQ(newer.get()->heldBack, 0u);
+    EXPECT_EQ(newer.at(sizeof(QLSDKDeliveryCounts)), std::byte{0}) << "what only the host knows is zero";
+    OfSize<QLSDKDeliveryCounts> forgotten({}, sizeof(std::size_t));
+    EXPECT_FALSE(QLSDKReadDeliveryCounts(nullptr, forgotten.get()));
+
+    QLSDKLink link{};
+    link.feature = 1;
+    OfSize<QLSDKLink> olderLink(link, offsetof(QLSDKLink, metadataJson));
+    OfSize<QLSDKLink> newerLink(link, sizeof link + 8);
+    EXPECT_EQ(QLSDKMakeLink(olderLink.get(), nullptr, 0), QLSDKMakeLink(newerLink.get(), nullptr, 0));
+    EXPECT_NE(QLSDKMakeLink(newerLink.get(), nullptr, 0), QLSDK_NO_TEXT);
+    EXPECT_EQ(QLSDKMakeLink(&link, nullptr, 0), QLSDK_NO_TEXT) << "without its size";
+}
+
+TEST(CFacade, StartsWithTheOptionsOfAnyVersionAndRefusesThoseOfNone) {
+    const qlsdk::platform::testing::TemporaryDirectories home;
+    QLSDKStartOptions options{};
+    options.homeDirectory = home.path().c_str();
+    EXPECT_EQ(QLSDKStart(&options), QLSDKStartInvalid) << "and nothing is started";
+    OfSize<QLSDKStartOptions> older(options, offsetof(QLSDKStartOptions, dryRun));
+    older.get()->consent = QLSDKConsentRefused;
+    EXPECT_EQ(QLSDKStart(older.get()), QLSDKStarted);
+    EXPECT_EQ(QLSDKGetConsent(), QLSDKConsentRefused);
+    OfSize<QLSDKStartOptions> newer(options, sizeof options + 8);
+    EXPECT_EQ(QLSDKStart(newer.get()), QLSDKStartedBefore);
 }
 
 struct NullCase {
@@ -166,6 +231,7 @@ TEST(CFacade, OpensLinksOnTheMainQueueAndSaysWhenThereIsNone) {
         *static_cast<std::string*>(context) += success ? 'y' : 'n';
     };
     QLSDKLink link{};
+    link.size = sizeof link;
     QLSDKOpenLink(&link, note, &outcomes);
     link.payloadJson = "[1]";
     QLSDKOpenLink(&link, note, &outcomes);

@@ -20,6 +20,11 @@
    length without the NUL. It is there exactly if that length is less than `capacity`; it is never cut. A
    buffer that is too small gets an empty text. NULL with a capacity of 0 only asks for the length. */
 
+/* Structures that may grow begin with their size, which whoever makes one sets: in C
+   `QLSDKLink link = {.size = sizeof link};`. So a host and a library of different versions understand each
+   other: each reads the members that both know, and takes zero for those that the other does not have. A size
+   that holds no member at all, a forgotten one for example, is refused, as the functions say. */
+
 /** Returned in place of a length when there is no such text, which is not the same as an empty one. The
     buffer gets an empty text. */
 #define QLSDK_NO_TEXT ((size_t)-1)
@@ -47,6 +52,7 @@ enum {
 
 /** One thing that failed. Everything in it is borrowed for the call; no text is NULL. */
 typedef struct QLSDKDiagnostic {
+    size_t size;
     QLSDKDiagnosticKind kind;
     /** Why, in fixed words. Together with the kind, the errno and the path it identifies the failure. */
     const char* cause;
@@ -77,6 +83,7 @@ QLSDK_EXTERN_C size_t QLSDKReadDiagnostics(QLSDKDiagnosticsCallback callback, vo
 typedef int32_t QLSDKConsent;
 enum { QLSDKConsentGranted = 0, QLSDKConsentUndecided = 1, QLSDKConsentRefused = 2 };
 
+/** Never grows, as it stands in arrays; nor does `QLSDKInfoEntry`. */
 typedef struct QLSDKHeader {
     const char* name;
     const char* value;
@@ -84,6 +91,7 @@ typedef struct QLSDKHeader {
 
 /** One request that a dry run did not send. Everything in it is borrowed for the call. */
 typedef struct QLSDKRequest {
+    size_t size;
     const char* method;
     const char* url;
     const QLSDKHeader* headers;
@@ -101,9 +109,9 @@ typedef struct QLSDKInfoEntry {
     const char* value;
 } QLSDKInfoEntry;
 
-/** How the library starts. All zero is the default; write `QLSDKStartOptions options = {0};`. Texts are
- * copied. */
+/** How the library starts. All zero behind the size is the default. Texts are copied. */
 typedef struct QLSDKStartOptions {
+    size_t size;
     /** Path of the property list. NULL takes the one beside the program. */
     const char* infoPlistPath;
     /** Texts of the property list itself, such as "CFBundleIdentifier" and "QLSDKClientId", in place of any
@@ -133,7 +141,10 @@ typedef enum QLSDKStartResult {
     /** The library has been used before; the options have no effect. */
     QLSDKStartedBefore = 1,
     /** Memory ran out. */
-    QLSDKStartFailed = 2
+    QLSDKStartFailed = 2,
+    /** The options' size is not that of any version. Nothing is started: a host's refusal of consent may
+       stand in what cannot be read. */
+    QLSDKStartInvalid = 3
 } QLSDKStartResult;
 
 /** Starts the library: reads the property list and queues the configuration update on the main queue. To be
@@ -167,6 +178,7 @@ QLSDK_EXTERN_C void QLSDKSetConsent(QLSDKConsent consent, void (*done)(void* con
 
 /** What became of the records of upload queues; control/DeliveryCounters.h defines each number. */
 typedef struct QLSDKDeliveryCounts {
+    size_t size;
     uint64_t accepted;
     uint64_t retried;
     uint64_t droppedAfterRetry;
@@ -178,7 +190,8 @@ typedef struct QLSDKDeliveryCounts {
 } QLSDKDeliveryCounts;
 
 /** Writes the counts of the queue with that archive name or endpoint, or of all together for NULL. False, and
-    zeros, when there is no such queue. With NULL for `counts` it only says whether there is. */
+    zeros, when there is no such queue. With NULL for `counts` it only says whether there is. Nothing is
+   written, and the answer is false, when the size of `counts` is not that of any version. */
 QLSDK_EXTERN_C bool QLSDKReadDeliveryCounts(const char* archiveOrEndpoint, QLSDKDeliveryCounts* counts);
 
 /** The identifier of this installation, made and stored when it is first asked for. Reads the keychain on the
@@ -238,6 +251,7 @@ QLSDK_EXTERN_C size_t QLSDKConfigString(const QLSDKConfig* config, const char* c
 
 /** What a link says; borrowed for the call. The three objects are JSON texts; NULL leaves them out. */
 typedef struct QLSDKLink {
+    size_t size;
     /** 0 opens the camera, 1 authorises, 2 shows a preview. There is no link for any other. */
     uint64_t feature;
     const char* metadataJson;
@@ -247,9 +261,9 @@ typedef struct QLSDKLink {
     bool withFingerprint;
 } QLSDKLink;
 
-/** The link as a text, as said at the top. No text for a NULL link, an unknown feature and a JSON text
-    that is no object. With a fingerprint each call makes another link, which may be some bytes longer than
-   the one before: leave room to spare. Any thread. */
+/** The link as a text, as said at the top. No text for a NULL link, one without a size, an unknown feature
+    and a JSON text that is no object. With a fingerprint each call makes another link, which may be some
+   bytes longer than the one before: leave room to spare. Any thread. */
 QLSDK_EXTERN_C size_t QLSDKMakeLink(const QLSDKLink* link, char* buffer, size_t capacity);
 
 /** Opens the link later, on the main queue, and tells the outcome there, once; false where `QLSDKMakeLink`

@@ -32,7 +32,8 @@ static_assert(isSame(QLSDKDiagnosticRequestFailed, Kind::requestFailed) &&
 
 void giveDiagnostic(const platform::Diagnostic& diagnostic, QLSDKDiagnosticsCallback callback,
                     void* context) {
-    const QLSDKDiagnostic given = {.kind = static_cast<QLSDKDiagnosticKind>(diagnostic.kind),
+    const QLSDKDiagnostic given = {.size = sizeof given,
+                                   .kind = static_cast<QLSDKDiagnosticKind>(diagnostic.kind),
                                    .cause = diagnostic.cause.c_str(),
                                    .errorNumber = diagnostic.errorNumber,
                                    .path = diagnostic.path.c_str(),

@@ -5,6 +5,7 @@
 #include "QLSDKCoreKit/c/QLSDK.h"
 #include "QLSDKCoreKit/c/internal/Diagnostics.h"
 #include "QLSDKCoreKit/c/internal/Facade.h"
+#include "QLSDKCoreKit/c/internal/Growing.h"
 #include "QLSDKCoreKit/c/internal/HostPlatform.h"
 #include "QLSDKCoreKit/control/Consent.h"
 #include "QLSDKCoreKit/control/DeliveryCounters.h"
@@ -48,7 +49,8 @@ void handOver(const platform::UrlRequest& request, QLSDKDryRunSink sink, void* c
     static constexpr std::uint8_t kEmpty = 0;
     const std::uint8_t* body = nullptr;
     if (request.body) body = request.body->empty() ? &kEmpty : request.body->data();
-    const QLSDKRequest given = {request.method.c_str(),
+    const QLSDKRequest given = {sizeof given,
+                                request.method.c_str(),
                                 request.url.c_str(),
                                 headers.data(),
                                 headers.size(),
@@ -78,7 +80,8 @@ platform::HostControls controlsOf(const QLSDKStartOptions& options) {
 }
 
 QLSDKDeliveryCounts named(const platform::DeliveryCounts& counts) noexcept {
-    return {.accepted = counts[Delivery::accepted],
+    return {.size = sizeof(QLSDKDeliveryCounts),
+            .accepted = counts[Delivery::accepted],
             .retried = counts[Delivery::retried],
             .droppedAfterRetry = counts[Delivery::droppedAfterRetry],
             .refusedByServer = counts[Delivery::refusedByServer],
@@ -92,9 +95,10 @@ QLSDKDeliveryCounts named(const platform::DeliveryCounts& counts) noexcept {
 
 QLSDKStartResult QLSDKStart(const QLSDKStartOptions* options) {
     const QLSDKStartResult result = answerOr(QLSDKStartFailed, [options] {
-        const QLSDKStartOptions given = options != nullptr ? *options : QLSDKStartOptions{};
-        platform::Platform wanted = qlsdk::platformFor(given);
-        wanted.controls = controlsOf(given);
+        const auto given = options != nullptr ? qlsdk::fromHost(options) : QLSDKStartOptions{};
+        if (!given) return QLSDKStartInvalid;
+        platform::Platform wanted = qlsdk::platformFor(*given);
+        wanted.controls = controlsOf(*given);
         if (platform::install(std::move(wanted)) == platform::InstallResult::tooLate)
             return QLSDKStartedBefore;
         (void)qlsdk::QLSDKClientSetup::sharedInstance();
@@ -102,6 +106,9 @@ QLSDKStartResult QLSDKStart(const QLSDKStartOptions* options) {
     });
     if (result == QLSDKStartFailed) {
         platform::reportDiagnostic({platform::DiagnosticKind::resources, "no memory to start the library"});
+    } else if (result == QLSDKStartInvalid) {
+        platform::reportDiagnostic(
+            {platform::DiagnosticKind::invalidOption, "the start options do not tell their size"});
     } else if (result == QLSDKStartedBefore) {
         platform::reportDiagnostic({platform::DiagnosticKind::invalidOption,
                                     "the library has been used before: the start options have no effect"});
@@ -143,11 +150,12 @@ void QLSDKSetConsent(QLSDKConsent consent, void (*done)(void* context), void* co
 }
 
 bool QLSDKReadDeliveryCounts(const char* archiveOrEndpoint, QLSDKDeliveryCounts* counts) {
+    if (counts != nullptr && !qlsdk::hasSize(*counts)) return false;
     return answerOr(false, [=] {
         const std::optional<platform::DeliveryCounts> found =
             archiveOrEndpoint != nullptr ? platform::deliveryCounts(archiveOrEndpoint)
                                          : platform::totalDeliveryCounts();
-        if (counts != nullptr) *counts = named(found.value_or(platform::DeliveryCounts()));
+        if (counts != nullptr) qlsdk::toHost(named(found.value_or(platform::DeliveryCounts())), counts);
         return found.has_value();
     });
 }

@@ -3,6 +3,7 @@
 
 #include "QLSDKCoreKit/c/QLSDK.h"
 #include "QLSDKCoreKit/c/internal/Facade.h"
+#include "QLSDKCoreKit/c/internal/Growing.h"
 #include "QLSDKCoreKit/deeplink/QLSDKDeepLinker.h"
 #include "QLSDKCoreKit/platform/Json.h"
 #include "QLSDKCoreKit/platform/Platform.h"
@@ -29,8 +30,8 @@ class Objects {
     bool areValid_ = true;
 };
 
-std::optional<QLSDKDeepLinker> linkerOf(const QLSDKLink* link) {
-    if (link == nullptr) return std::nullopt;
+std::optional<QLSDKDeepLinker> linkerOf(const std::optional<QLSDKLink>& link) {
+    if (!link) return std::nullopt;
     Objects objects;
     const auto metadata = objects.read(link->metadataJson);
     const auto payload = objects.read(link->payloadJson);
@@ -44,8 +45,9 @@ std::optional<QLSDKDeepLinker> linkerOf(const QLSDKLink* link) {
 
 size_t QLSDKMakeLink(const QLSDKLink* link, char* buffer, size_t capacity) {
     const auto text = answerOr(std::optional<std::string>(), [link]() -> std::optional<std::string> {
-        const auto linker = linkerOf(link);
-        const auto url = linker ? linker->linkWithFpAuth(link->withFingerprint) : std::nullopt;
+        const auto given = qlsdk::fromHost(link);
+        const auto linker = linkerOf(given);
+        const auto url = linker ? linker->linkWithFpAuth(given->withFingerprint) : std::nullopt;
         return url ? std::optional(url->absoluteString()) : std::nullopt;
     });
     return qlsdk::giveText(text, buffer, capacity);
@@ -56,7 +58,9 @@ void QLSDKOpenLink(const QLSDKLink* link, void (*callback)(bool success, void* c
     if (owed == nullptr) return;
     qlsdk::runSwallowing([link, &owed] {
         const auto tell = [owed](bool success) { owed->give(success); };
-        if (const auto linker = linkerOf(link)) return linker->connectWithFpAuth(link->withFingerprint, tell);
+        const auto given = qlsdk::fromHost(link);
+        if (const auto linker = linkerOf(given))
+            return linker->connectWithFpAuth(given->withFingerprint, tell);
         qlsdk::platform::current().queues->mainQueue()->async([tell] { tell(false); });
     });
 }

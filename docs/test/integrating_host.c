@@ -16,7 +16,7 @@ static void show(const QLSDKRequest* request, void* context) {
 
 int integratingHostInC(const char* home) {
     const QLSDKInfoEntry info[] = {{"CFBundleIdentifier", "com.example.chost"}, {"QLSDKClientId", "abc"}};
-    QLSDKStartOptions options = {0};
+    QLSDKStartOptions options = {.size = sizeof options};
     options.info = info;
     options.infoCount = 2;
     options.homeDirectory = home;
@@ -31,7 +31,7 @@ int integratingHostInC(const char* home) {
     struct pollfd tasks = {QLSDKMainQueueFileDescriptor(), POLLIN, 0};
     if (poll(&tasks, 1, 1000) == 1) QLSDKMainQueueDrain();
 
-    QLSDKLink link = {0};
+    QLSDKLink link = {.size = sizeof link};
     link.feature = 2;
     link.payloadJson = "{\"story\":\"a\"}";
     char text[2048];
@@ -39,7 +39,7 @@ int integratingHostInC(const char* home) {
 
     QLSDKFlush();
     if (!QLSDKWaitUntilIdle(5000)) return EXIT_FAILURE;
-    QLSDKDeliveryCounts counts;
+    QLSDKDeliveryCounts counts = {.size = sizeof counts};
     QLSDKReadDeliveryCounts(NULL, &counts);
     return counts.accepted == 2 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -56,7 +56,8 @@ constexpr QLSDKInfoEntry kInfo[] = {{"CFBundleIdentifier", "unidentified-applica
 
 // A library that was not started starts by itself, with its defaults, as soon as it is used.
 bool startFromC(const HostSetup& setup) {
-    QLSDKStartOptions options = {};
+    QLSDKStartOptions options{};
+    options.size = sizeof options;
     options.info = kInfo;
     options.infoCount = std::size(kInfo);
     options.homeDirectory = setup.home.c_str();
@@ -94,7 +95,8 @@ bool sendOne() {
 // Sent, or kept to be sent again: a foreign library may go on without what it failed to load, such as the
 // authorities to trust.
 std::uint64_t metricsTakenCareOf() {
-    QLSDKDeliveryCounts counts = {};
+    QLSDKDeliveryCounts counts{};
+    counts.size = sizeof counts;
     (void)QLSDKReadDeliveryCounts(kMetricsQueue, &counts);
     return counts.accepted + counts.retried;
 }
@@ -153,7 +155,8 @@ void fetchAndReadConfiguration(const HostSetup&) {
 
 void makeAndOpenLinks(const HostSetup&) {
     char buffer[2048];
-    QLSDKLink link = {};
+    QLSDKLink link{};
+    link.size = sizeof link;
     link.feature = 1;
     link.metadataJson =
         R"({"a":[1,2.5,true,{"b":null}],"c":"a text that is too long to be stored in place"})";
@@ -180,7 +183,8 @@ void changeConsent(const HostSetup&) {
 }
 
 std::uint64_t accepted() {
-    QLSDKDeliveryCounts counts = {};
+    QLSDKDeliveryCounts counts{};
+    counts.size = sizeof counts;
     (void)QLSDKReadDeliveryCounts(kMetricsQueue, &counts);
     return counts.accepted;
 }
@@ -242,7 +246,8 @@ void askForFacts(const HostSetup&) {
     char buffer[64];
     (void)QLSDKInstallationId(buffer, sizeof buffer);
     (void)QLSDKInstallationId(buffer, sizeof buffer);
-    QLSDKDeliveryCounts counts;
+    QLSDKDeliveryCounts counts{};
+    counts.size = sizeof counts;
     (void)QLSDKReadDeliveryCounts(kMetricsQueue, &counts);
     (void)QLSDKReadDeliveryCounts(nullptr, &counts);
     (void)QLIsRunningTests();
