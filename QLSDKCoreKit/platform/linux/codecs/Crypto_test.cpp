@@ -1,8 +1,15 @@
 #include "QLSDKCoreKit/platform/Crypto.h"
 
+#include <atomic>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
 #include <numeric>
 
 #include <gtest/gtest.h>
+#include <openssl/crypto.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace qlsdk::platform {
 namespace {
@@ -109,6 +116,47 @@ TEST(Aes256Gcm, SealsWithALongNonceAsOthersDo) {
     ASSERT_TRUE(aes256GcmOpen(opened, tag, nonce, key, sealed));
     EXPECT_EQ(opened, plain);
     EXPECT_FALSE(aes256GcmSeal(std::span(sealed).first(3), tag, nonce, key, plain));
+}
+
+std::atomic<int> opensslMayAllocate{0};
+
+void* reallocated(void* memory, std::size_t size, const char*, int) {
+    return opensslMayAllocate-- > 0 ? std::realloc(memory, size) : nullptr;
+}
+
+// In the child of a fresh process, whose first use of OpenSSL it is; the parent has not used it.
+bool outlivesAFirstUseWithSoManyAllocations(int succeeding) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        opensslMayAllocate = succeeding;
+        Data output(3);
+        Block16 tag;
+        (void)aes256GcmSeal(output, tag, counting<16>(1), counting<32>(1), bytesOf("abc"));
+        opensslMayAllocate = INT_MAX;
+        (void)aes256GcmSeal(output, tag, counting<16>(1), counting<32>(1), bytesOf("abc"));
+        ::_exit(0);
+    }
+    int status = -1;
+    return ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+TEST(CryptoDeathTest, AFirstUseWithoutMemoryEndsNoProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            if (CRYPTO_set_mem_functions([](std::size_t size, const char* file,
+                                            int line) { return reallocated(nullptr, size, file, line); },
+                                         reallocated,
+                                         [](void* memory, const char*, int) { std::free(memory); }) != 1) {
+                ::_exit(1);
+            }
+            for (int succeeding = 0; succeeding < 300; ++succeeding) {
+                if (!outlivesAFirstUseWithSoManyAllocations(succeeding))
+                    std::fprintf(stderr, "died of %d\n", succeeding);
+            }
+            ::_exit(0);
+        },
+        ::testing::ExitedWithCode(0), "^$");
 }
 
 TEST(Aes256Gcm, OpensNothingThatWasChanged) {
