@@ -196,30 +196,32 @@ TEST_F(LinuxKeychain, TakesOverWhatOtherProgramsLeave) {
 
 // Every obstacle must come out as a status that says that nobody could look.
 TEST_F(LinuxKeychain, AStoreThatCannotBeOpenedIsNotAvailable) {
-    const auto expectAway = [this](const char* what) {
+    const auto expectAway = [this](const char* what, const std::string& path, int error) {
         SCOPED_TRACE(what);
         EXPECT_EQ(open()->itemCopyMatching(query("k"), nullptr), errSecNotAvailable);
         EXPECT_EQ(open()->itemAdd(item("k")), errSecNotAvailable);
         EXPECT_EQ(open()->itemDelete(query("k")), errSecNotAvailable);
+        const auto kind = path == directory() ? DiagnosticKind::stateDirectory : DiagnosticKind::keychain;
+        EXPECT_TRUE(testing::hasReported(kind, path, error));
     };
     std::ofstream(home.path() + "/data") << "no directory";
-    expectAway("a file in place of the directory");
+    expectAway("a file in place of the directory", directory(), ENOTDIR);
     fs::remove(home.path() + "/data");
 
     fs::create_directories(database());
-    expectAway("a directory in place of the file");
+    expectAway("a directory in place of the file", database(), EISDIR);
     fs::remove(database());
 
     std::ofstream(home.path() + "/elsewhere").close();
     fs::create_symlink(home.path() + "/elsewhere", database());
-    expectAway("a link in place of the file");
+    expectAway("a link in place of the file", database(), ELOOP);
     EXPECT_EQ(fs::file_size(home.path() + "/elsewhere"), 0U);
     fs::remove(database());
 
     if (::geteuid() == 0) {
         std::ofstream(database()).close();
         ASSERT_EQ(::chown(database().c_str(), 4711, 4711), 0);
-        expectAway("another user's file");
+        expectAway("another user's file", database(), EPERM);
     }
     EXPECT_EQ(open("/proc/self/no")->itemAdd(item("k")), errSecNotAvailable) << "a directory nobody can make";
 }

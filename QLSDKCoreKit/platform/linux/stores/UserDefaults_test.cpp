@@ -142,6 +142,7 @@ TEST_F(LinuxUserDefaults, KeepForThisProcessWhatCannotBeWritten) {
     EXPECT_TRUE(defaults->objectForKey("no property list") == Value(Array{nullptr}));
     EXPECT_TRUE(open()->objectForKey("k") == Value("written"));
     EXPECT_TRUE(open()->objectForKey("no property list").isNull());
+    EXPECT_TRUE(testing::hasReported(DiagnosticKind::failedWrite, ""));
     EXPECT_TRUE(open()->objectForKey("other") == Value("early")) << "a later success takes it along";
     open()->setObjectForKey("newer", "other");
     EXPECT_TRUE(defaults->objectForKey("other") == Value("newer")) << "memory answers no longer";
@@ -204,6 +205,8 @@ TEST_F(LinuxUserDefaults, AreWrittenWhereThereAreNoLocks) {
                                      {std::string(kSecAttrAccount), Data()},
                                      {std::string(kSecAttrSynchronizable), false}}),
                   errSecSuccess);
+        EXPECT_TRUE(testing::hasReported(DiagnosticKind::failedWrite,
+                                         home.path() + "/data/com.example.app/keychain.sqlite", error));
         flockError = 0;
     }
 }
