@@ -84,7 +84,7 @@ bool QLSDKHeartbeatEventsQueue::_isTimeForHeartbeatForKitType(QLSDKKitType kitTy
 std::optional<std::string> QLSDKHeartbeatEventsQueue::_hearbeatKeyForKitType(QLSDKKitType kitType) {
     const auto index = wireValue(kitType);
     if (index == 0 || index >= kKitNames.size()) return std::nullopt;
-    return "com.quillo.quill-kit.heartbeat." + std::string(kKitNames[index]);
+    return "com.quillo.quill-kit.heartbeat." + std::string(kKitNames[static_cast<std::size_t>(index)]);
 }
 
 double QLSDKHeartbeatEventsQueue::_heartbeatEmitPeriod() noexcept {

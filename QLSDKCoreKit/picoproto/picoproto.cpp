@@ -64,7 +64,7 @@ std::int32_t append(picoproto_ctx_s* ctx, const void* bytes, std::uint64_t count
         const std::uint64_t needed = ctx->length + std::min<std::uint64_t>(count, PICOPROTO_MAX_LENGTH + 1);
         if (!grow(ctx, needed + kSpareBytes) || needed > PICOPROTO_MAX_LENGTH) return refuse(ctx);
     }
-    if (count > 0) std::memcpy(ctx->buffer + ctx->length, bytes, count);
+    if (count > 0) std::memcpy(ctx->buffer + ctx->length, bytes, static_cast<std::size_t>(count));
     ctx->length += count;
     return 0;
 }
@@ -192,7 +192,7 @@ std::int32_t writeText(picoproto_ctx_s* ctx, std::uint64_t field, std::string_vi
     if (hasRoom(ctx, 2 * kMaxVarintBytes) && ctx->capacity - ctx->length - 2 * kMaxVarintBytes >= length) {
         std::uint8_t* out = putVarint(ctx->buffer + ctx->length, field * 8 + lengthDelimited);
         out = putVarint(out, length);
-        if (length != 0) std::memcpy(out, text.data(), length);
+        if (length != 0) std::memcpy(out, text.data(), text.size());
         ctx->length = static_cast<std::uint64_t>(out - ctx->buffer) + length;
         return 0;
     }
@@ -297,7 +297,7 @@ qlsdk::MessageContext qlsdk::compacted(MessageContext message) noexcept {
     const std::uint64_t bytes = std::max(message->length, kShortBytes);
     MessageContext small(newTightContext(message->name, bytes));
     if (small == nullptr) return message;
-    std::memcpy(small->buffer, message->buffer, bytes);
+    std::memcpy(small->buffer, message->buffer, static_cast<std::size_t>(bytes));
     small->length = message->length;
     blockOf(small.get())->state.incomplete = blockOf(message.get())->state.incomplete;
     return small;

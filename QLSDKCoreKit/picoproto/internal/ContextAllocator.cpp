@@ -133,7 +133,8 @@ picoproto_ctx_s* begin(ContextBlock* block, ContextBlock::Kind kind, std::uint64
 }
 
 ContextBlock* allocatedBlock(std::uint64_t firstBytes, std::size_t nameBytes) noexcept {
-    return static_cast<ContextBlock*>(std::malloc(sizeof(ContextBlock) + firstBytes + nameBytes));
+    const std::size_t size = sizeof(ContextBlock) + static_cast<std::size_t>(firstBytes) + nameBytes;
+    return static_cast<ContextBlock*>(std::malloc(size));
 }
 
 }  // namespace
@@ -148,9 +149,9 @@ bool reserveBuffer(picoproto_ctx_s* ctx, std::uint64_t bytes) noexcept {
     ContextBlock* block = blockOf(ctx);
     bytes = std::min<std::uint64_t>(bytes, PICOPROTO_MAX_LENGTH);
     if (bytes <= block->state.allocated) return true;
-    auto* buffer = static_cast<std::uint8_t*>(std::malloc(bytes));
+    auto* buffer = static_cast<std::uint8_t*>(std::malloc(static_cast<std::size_t>(bytes)));
     if (buffer == nullptr) return false;
-    std::memcpy(buffer, ctx->buffer, ctx->length);
+    std::memcpy(buffer, ctx->buffer, static_cast<std::size_t>(ctx->length));
     if (ctx->buffer != block->firstBuffer()) std::free(ctx->buffer);
     ctx->buffer = buffer;
     block->state.allocated = static_cast<std::uint32_t>(bytes);

@@ -74,7 +74,7 @@ class Parser {
         const NestingScope level(depth_);
         if (level.tooDeep()) return std::nullopt;
         Array array;
-        array.reserve(object.count);
+        array.reserve(static_cast<std::size_t>(object.count));
         for (std::uint64_t i = 0; i < object.count; ++i) {
             std::optional<Value> element = valueOf(reader_.reference(object, i));
             if (!element) return std::nullopt;

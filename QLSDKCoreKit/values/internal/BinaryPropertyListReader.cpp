@@ -81,8 +81,8 @@ std::optional<BinaryPropertyListReader> BinaryPropertyListReader::open(DataView 
     if (reader.offsetBytes_ < 1 || reader.offsetBytes_ > 8) return std::nullopt;
     if (reader.referenceBytes_ < 1 || reader.referenceBytes_ > 8) return std::nullopt;
     if (tableOffset < kHeader.size() || tableOffset > body.size()) return std::nullopt;
-    reader.objects_ = body.first(tableOffset);
-    reader.table_ = body.subspan(tableOffset);
+    reader.objects_ = body.first(static_cast<std::size_t>(tableOffset));
+    reader.table_ = body.subspan(reader.objects_.size());
     if (reader.objectCount_ > reader.table_.size() / reader.offsetBytes_) return std::nullopt;
     if (reader.topObject_ >= reader.objectCount_) return std::nullopt;
     return reader;
@@ -90,8 +90,10 @@ std::optional<BinaryPropertyListReader> BinaryPropertyListReader::open(DataView 
 
 std::optional<BinaryObject> BinaryPropertyListReader::object(std::uint64_t number) const noexcept {
     if (number >= objectCount_) return std::nullopt;
-    const std::uint64_t offset = bigEndian(table_.subspan(number * offsetBytes_, offsetBytes_));
-    if (offset < kHeader.size() || offset >= objects_.size()) return std::nullopt;
+    const std::size_t place = static_cast<std::size_t>(number) * offsetBytes_;
+    const std::uint64_t named = bigEndian(table_.subspan(place, offsetBytes_));
+    if (named < kHeader.size() || named >= objects_.size()) return std::nullopt;
+    const auto offset = static_cast<std::size_t>(named);
     std::optional<BinaryObject> object = parse(objects_[offset], objects_.subspan(offset + 1));
     if (object) object->offset = offset;
     return object;
@@ -139,13 +141,14 @@ std::optional<BinaryObject> BinaryPropertyListReader::sized(BinaryObject object,
         rest = rest.subspan(1 + width);
     }
     if (object.count > rest.size() / elementBytes) return std::nullopt;
-    object.bytes = rest.first(object.count * elementBytes);
+    object.bytes = rest.first(static_cast<std::size_t>(object.count * elementBytes));
     return object;
 }
 
 std::uint64_t BinaryPropertyListReader::reference(const BinaryObject& container,
                                                   std::uint64_t index) const noexcept {
-    return bigEndian(container.bytes.subspan(index * referenceBytes_, referenceBytes_));
+    const std::size_t place = static_cast<std::size_t>(index) * referenceBytes_;
+    return bigEndian(container.bytes.subspan(place, referenceBytes_));
 }
 
 std::optional<BinaryObject> BinaryPropertyListReader::find(const BinaryObject& dictionary,

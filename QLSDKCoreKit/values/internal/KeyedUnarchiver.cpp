@@ -48,7 +48,7 @@ bool KeyedUnarchiver::openTop(std::uint64_t& root) {
     root = reference->number;
     objects_ = *objects;
     if (!spend(cost::kNumber * objects_.count)) return false;
-    slots_.resize(objects_.count);
+    slots_.resize(static_cast<std::size_t>(objects_.count));
     return true;
 }
 
@@ -73,7 +73,7 @@ std::optional<std::uint64_t> KeyedUnarchiver::numberOf(std::uint64_t uid) noexce
 const ArchivedObject& KeyedUnarchiver::objectAt(std::uint64_t uid) {
     const auto number = numberOf(uid);
     if (!number) return nil_;
-    Slot& slot = slots_[uid];
+    Slot& slot = slots_[static_cast<std::size_t>(uid)];
     if (slot.state == Slot::State::read) return slot.object;
     if (slot.state == Slot::State::reading) {
         failed_ = true;
@@ -188,7 +188,7 @@ ArchivedObject::List KeyedUnarchiver::decodeList(const BinaryObject& record, std
     const auto references = reader_.find(record, key);
     if (failed_ || !references) return list;
     failed_ = references->kind != Kind::array;
-    if (spend(cost::kElement * references->count)) list.reserve(references->count);
+    if (spend(cost::kElement * references->count)) list.reserve(static_cast<std::size_t>(references->count));
     for (std::uint64_t i = 0; i < references->count && !failed_; ++i) {
         const auto element = reader_.object(reader_.reference(*references, i));
         if (element && element->kind == Kind::uid) {

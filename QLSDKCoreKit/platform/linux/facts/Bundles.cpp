@@ -115,12 +115,12 @@ std::string mappedFile(const void* address) {
     constexpr std::size_t kMappingsBytes = std::size_t{16} << 20;
     const std::optional<Data> bytes = readFileFrom(FileOrigin::system, "/proc/self/maps", kMappingsBytes);
     const std::string mappings = bytes ? textOf(*bytes) : std::string();
-    const auto place = reinterpret_cast<std::uintptr_t>(address);
+    const std::uint64_t place = reinterpret_cast<std::uintptr_t>(address);
     for (std::size_t at = 0; at < mappings.size(); at = mappings.find('\n', at) + 1) {
         // "begin-end rights offset device inode   /path"; nothing but the path has a slash.
         char* rest = nullptr;
-        const std::uintptr_t begin = std::strtoull(mappings.c_str() + at, &rest, 16);
-        const std::uintptr_t end = *rest == '-' ? std::strtoull(rest + 1, &rest, 16) : 0;
+        const std::uint64_t begin = std::strtoull(mappings.c_str() + at, &rest, 16);
+        const std::uint64_t end = *rest == '-' ? std::strtoull(rest + 1, &rest, 16) : 0;
         if (place < begin || place >= end) continue;
         const std::string line = mappings.substr(at, mappings.find('\n', at) - at);
         const std::size_t path = line.find('/');
