@@ -295,7 +295,7 @@ INSTANTIATE_TEST_SUITE_P(Hosts, AllocationFaults, ::testing::ValuesIn(scenarios(
 
 /// In place of the C library's: the library's threads block every signal, and what crashes on one of them
 /// ends without a word. Here they tell where.
-extern "C" int pthread_sigmask(int how, const sigset_t* signals, sigset_t* before) {
+extern "C" int pthread_sigmask(int how, const sigset_t* signals, sigset_t* before) noexcept {
     sigset_t left;
     if (signals != nullptr) {
         left = *signals;

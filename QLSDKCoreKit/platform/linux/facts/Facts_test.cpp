@@ -1,5 +1,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <link.h>
 #include <stdlib.h>
 #include <sys/ptrace.h>
 #include <syslog.h>
@@ -106,7 +107,24 @@ TEST(LinuxProcess, KnowsClassesAndSymbolsAlsoThoseThatTheLoaderDoesNot) {
 
     // Without a table of local symbols, as what is installed usually is.
     Dl_info stripped{};
-    ASSERT_NE(::dladdr(reinterpret_cast<const void*>(&::openlog), &stripped), 0);
+    link_map* loaded = nullptr;
+    ASSERT_NE(::dladdr1(reinterpret_cast<const void*>(&::openlog), &stripped,
+                        reinterpret_cast<void**>(&loaded), RTLD_DL_LINKMAP),
+              0);
+    // The first 48 KiB end with one of them, and the next ones begin with one.
+    std::uintptr_t symbols = 0;
+    std::uintptr_t names = 0;
+    for (const ElfW(Dyn)* entry = loaded->l_ld; entry->d_tag != DT_NULL; ++entry) {
+        if (entry->d_tag == DT_SYMTAB) symbols = entry->d_un.d_ptr;
+        if (entry->d_tag == DT_STRTAB) names = entry->d_un.d_ptr;
+    }
+    constexpr std::size_t kFirstPiece = 48 * 1024 / sizeof(ElfW(Sym));
+    for (const std::size_t index : {kFirstPiece - 1, kFirstPiece}) {
+        const auto& symbol = reinterpret_cast<const ElfW(Sym)*>(symbols)[index];
+        const char* name = reinterpret_cast<const char*>(names) + symbol.st_name;
+        ASSERT_NE(symbol.st_shndx, SHN_UNDEF);
+        EXPECT_TRUE(fileDefines(stripped.dli_fname, name)) << name;
+    }
     EXPECT_TRUE(fileDefines(stripped.dli_fname, "openlog"));
     EXPECT_FALSE(fileDefines(stripped.dli_fname, "openlo"));
     EXPECT_FALSE(fileDefines("/proc/self/maps", "openlog"));
