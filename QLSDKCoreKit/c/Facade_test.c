@@ -58,6 +58,7 @@ void cHostLives(const char* home, CHostReport* report) {
     options.longestRetryDelayMillis = 60000;
     options.diagnostics = hear;
     options.diagnosticsContext = report;
+    options.durability = QLSDKDurabilityPowerCut;
     report->started = (int)QLSDKStart(&options);
     report->startedAgain = (int)QLSDKStart(NULL);
 

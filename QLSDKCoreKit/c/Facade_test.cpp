@@ -12,6 +12,7 @@
 #include "QLSDKCoreKit/c/QLSDK.h"
 #include "QLSDKCoreKit/c/internal/CHost_test.h"
 #include "QLSDKCoreKit/config/QLSDKDynamicConfigManager.h"
+#include "QLSDKCoreKit/control/Durability.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace {
@@ -29,6 +30,7 @@ TEST(CFacade, CarriesAHostInC) {
     cHostLives(home.path().c_str(), &report);
     EXPECT_EQ(report.started, QLSDKStarted);
     EXPECT_EQ(report.startedAgain, QLSDKStartedBefore);
+    EXPECT_EQ(qlsdk::platform::durability(), qlsdk::platform::Durability::powerCut);
     EXPECT_EQ(report.dryRequests, 3) << "one for the configuration, the heartbeat and the metrics each";
     EXPECT_EQ(report.dryConfigRequests, 1);
     EXPECT_EQ(report.requestsWithClientId, 3);

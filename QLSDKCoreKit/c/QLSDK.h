@@ -109,6 +109,10 @@ typedef struct QLSDKInfoEntry {
     const char* value;
 } QLSDKInfoEntry;
 
+/** What the events that wait on disk outlive; see control/Durability.h. Any other value is the first. */
+typedef int32_t QLSDKDurability;
+enum { QLSDKDurabilityProcessEnd = 0, QLSDKDurabilityPowerCut = 1 };
+
 /** How the library starts. All zero behind the size is the default. Texts are copied. */
 typedef struct QLSDKStartOptions {
     size_t size;
@@ -134,6 +138,7 @@ typedef struct QLSDKStartOptions {
        may call the library. How often each was met says `QLSDKReadDiagnostics`. */
     QLSDKDiagnosticsCallback diagnostics;
     void* diagnosticsContext;
+    QLSDKDurability durability;
 } QLSDKStartOptions;
 
 typedef enum QLSDKStartResult {

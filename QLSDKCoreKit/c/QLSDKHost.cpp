@@ -9,6 +9,7 @@
 #include "QLSDKCoreKit/c/internal/HostPlatform.h"
 #include "QLSDKCoreKit/control/Consent.h"
 #include "QLSDKCoreKit/control/DeliveryCounters.h"
+#include "QLSDKCoreKit/control/Durability.h"
 #include "QLSDKCoreKit/core/QLSDKClientSetup.h"
 #include "QLSDKCoreKit/storage/QLSDKInstallation.h"
 
@@ -101,6 +102,9 @@ QLSDKStartResult QLSDKStart(const QLSDKStartOptions* options) {
         wanted.controls = controlsOf(*given);
         if (platform::install(std::move(wanted)) == platform::InstallResult::tooLate)
             return QLSDKStartedBefore;
+        if (given->durability == QLSDKDurabilityPowerCut) {
+            platform::setDurability(platform::Durability::powerCut);
+        }
         (void)qlsdk::QLSDKClientSetup::sharedInstance();
         return QLSDKStarted;
     });

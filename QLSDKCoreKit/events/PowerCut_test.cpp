@@ -17,6 +17,7 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include "QLSDKCoreKit/control/Durability.h"
 #include "QLSDKCoreKit/events/internal/UploadQueue_test.h"
 #include "QLSDKCoreKit/values/KeyedArchive.h"
 
@@ -341,7 +342,7 @@ struct Findings {
     std::size_t damaged = 0;
     /// Lists that were never the queue's.
     std::size_t mixtures = 0;
-    /// Not what the last finished write says, nor the one under way.
+    /// Neither what the file said when the queue rested last, nor what it said since.
     std::size_t stale = 0;
     std::size_t largest = 0;
 };
@@ -482,6 +483,19 @@ TEST_F(PowerCut, MixesNothingWithAFileThatHasNoChecksum) {
     EXPECT_EQ(found.mixtures, 0U);
     EXPECT_GE(found.largest, 8 * kPage);
     EXPECT_GT(found.damaged, 500U) << "of " << found.states;
+}
+
+TEST_F(PowerCut, CostsNothingThatWasWrittenWhereTheHostWantsThat) {
+    platform::setDurability(platform::Durability::powerCut);
+    install();
+    leaveOldFile(3);
+    live(46);
+    const Findings found = explore(Checksum::ignored);
+    EXPECT_GE(found.states, 8U);
+    EXPECT_GE(found.largest, 8 * kPage);
+    EXPECT_EQ(found.mixtures, 0U);
+    EXPECT_EQ(found.damaged, 0U);
+    EXPECT_EQ(found.stale, 0U);
 }
 
 }  // namespace

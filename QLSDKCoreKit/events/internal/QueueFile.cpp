@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "QLSDKCoreKit/control/Durability.h"
 #include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/Files.h"
 
@@ -16,6 +17,11 @@ void tell(Kind kind, const char* cause, int errorNumber, const std::string& path
     platform::reportDiagnostic({.kind = kind, .cause = cause, .errorNumber = errorNumber, .path = path});
 } catch (...) {
     // Without the memory for it, nobody hears.
+}
+
+platform::Flush wantedFlush() noexcept {
+    return platform::durability() == platform::Durability::powerCut ? platform::Flush::toMedium
+                                                                    : platform::Flush::no;
 }
 
 }  // namespace
@@ -66,7 +72,7 @@ bool QueueFile::write(std::span<const DataView> pieces) noexcept {
     for (const DataView piece : pieces) size += piece.size();
     // What no process could read again stays in memory alone.
     errno = EFBIG;
-    if (size != 0 && size <= kQueueArchiveCeilingBytes && file_->rewrite(pieces)) return true;
+    if (size != 0 && size <= kQueueArchiveCeilingBytes && file_->rewrite(pieces, wantedFlush())) return true;
     tellFailedWrite(errno);
     return false;
 }
@@ -76,7 +82,7 @@ void QueueFile::tellFailedWrite(int errorNumber) const noexcept {
 }
 
 bool QueueFile::remove() noexcept {
-    if (!file_ || isUnread_ || file_->remove()) return true;
+    if (!file_ || isUnread_ || file_->remove(wantedFlush())) return true;
     tell(Kind::failedWrite, "the file of the records that wait could be neither removed nor emptied", errno,
          path_);
     return false;

@@ -18,8 +18,8 @@
 #include "QLSDKCoreKit/platform/linux/files/StateDirectory.h"
 
 // How files are replaced. Renaming over an existing file makes some file systems start writing back at once;
-// exchanging the two does not. There is no flush to the disk on purpose, but for the keychain: what is kept
-// here need not survive a power cut at the price of a flush for every change.
+// exchanging the two does not. There is no flush to the disk on purpose, but for the keychain and where a
+// host asks for it: what is kept here need not survive a power cut at the price of a flush for every change.
 
 namespace qlsdk::platform {
 
@@ -73,6 +73,14 @@ bool writePieces(int descriptor, std::span<const DataView> pieces) noexcept {
 
 bool swapNames(const std::string& left, const std::string& right) noexcept {
     return ::renameat2(AT_FDCWD, left.c_str(), AT_FDCWD, right.c_str(), RENAME_EXCHANGE) == 0;
+}
+
+bool flushNamesBeside(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const FileDescriptor names(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // Some file systems know no flush of a directory: there is nothing to wait for.
+    return names && (::fsync(names.get()) == 0 || errno == EINVAL);
 }
 
 std::string spareOf(const std::string& path) {

@@ -5,6 +5,7 @@
 
 #include <sys/stat.h>
 
+#include "QLSDKCoreKit/platform/RewrittenFile.h"
 #include "QLSDKCoreKit/values/Data.h"
 
 namespace qlsdk::platform {
@@ -19,11 +20,12 @@ inline constexpr mode_t kPrivateFile = S_IRUSR | S_IWUSR;
 /// writes.
 [[nodiscard]] bool writePieces(int descriptor, std::span<const DataView> pieces) noexcept;
 
-/// Whether the new bytes must be on the medium before they are put in place.
-enum class Flush { no, toMedium };
+/// Flushes the names in the directory of a file, where its file system can.
+[[nodiscard]] bool flushNamesBeside(const std::string& path);
 
 /// Writes a new file beside the one at `path` and puts it in its place. False leaves everything as it was,
-/// and `errno` says why. Throws only when memory runs out.
+/// and `errno` says why. The bytes are on the medium before they are put in place, if so asked; the name is
+/// not. Throws only when memory runs out.
 [[nodiscard]] bool replaceByTemporary(const std::string& path, std::span<const DataView> pieces,
                                       Flush flush = Flush::no);
 

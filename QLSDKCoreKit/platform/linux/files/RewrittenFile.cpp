@@ -138,24 +138,25 @@ class RewrittenFile::Files final : public ForkAware {
   public:
     explicit Files(std::string path) : path_(std::move(path)), sparePath_(spareOf(path_)) {}
 
-    bool rewrite(std::span<const DataView> pieces) {
+    bool rewrite(std::span<const DataView> pieces, Flush flush) {
         const bool wasOpen = static_cast<bool>(spare_);
         if (!wasOpen) spare_ = openSpare(sparePath_, path_);
-        const Outcome outcome = spare_ ? rewriteBySpare(pieces) : Outcome::hasNoSpare;
-        if (outcome == Outcome::done) return true;
+        const Outcome outcome = spare_ ? rewriteBySpare(pieces, flush) : Outcome::hasNoSpare;
+        if (outcome == Outcome::done) return flush == Flush::no || flushNamesBeside(path_);
         forget();
         if (outcome == Outcome::failed) return false;
         // What was kept open may have lost its name to another spare. Else the name is left as it is: only
         // who has the spare's lock may change what it names, or a writer would exchange another's half file.
-        if (wasOpen) return rewrite(pieces);
+        if (wasOpen) return rewrite(pieces, flush);
         removeForeignSpare(sparePath_);
-        return replaceByTemporary(path_, pieces) ||
-               (makeDirectoryOf(path_) && replaceByTemporary(path_, pieces));
+        const bool isDone = replaceByTemporary(path_, pieces, flush) ||
+                            (makeDirectoryOf(path_) && replaceByTemporary(path_, pieces, flush));
+        return isDone && (flush == Flush::no || flushNamesBeside(path_));
     }
 
-    bool remove() noexcept {
+    bool remove(Flush flush) {
         current_ = KeptFile();
-        return removeOrEmpty(path_);
+        return removeOrEmpty(path_) && (flush == Flush::no || flushNamesBeside(path_));
     }
 
     bool erase() noexcept {
@@ -167,7 +168,7 @@ class RewrittenFile::Files final : public ForkAware {
     void restartInChild() noexcept override { forget(); }
 
   private:
-    Outcome rewriteBySpare(std::span<const DataView> pieces) noexcept {
+    Outcome rewriteBySpare(std::span<const DataView> pieces, Flush flush) noexcept {
         if (!spare_.isOpen()) return Outcome::hasNoSpare;
         // Held until the exchange is done, so that no other writer takes this file for its spare. Whoever had
         // it open before may have exchanged it into place meanwhile, so its name counts again once it is
@@ -181,7 +182,7 @@ class RewrittenFile::Files final : public ForkAware {
             ::unlink(sparePath_.c_str());
             return Outcome::hasNoSpare;
         }
-        const Outcome outcome = overwriteSpare(named.st_size, pieces) ? putInPlace() : Outcome::failed;
+        const Outcome outcome = overwriteSpare(named.st_size, pieces, flush) ? putInPlace() : Outcome::failed;
         if (outcome == Outcome::failed) {
             const int error = errno;
             ::unlink(sparePath_.c_str());
@@ -192,13 +193,14 @@ class RewrittenFile::Files final : public ForkAware {
 
     // What an earlier process has left may have no checksum that would betray a mixture with it after a power
     // cut. Emptied, it takes no part in one: the file gets other blocks.
-    bool overwriteSpare(off_t oldSize, std::span<const DataView> pieces) noexcept {
+    bool overwriteSpare(off_t oldSize, std::span<const DataView> pieces, Flush flush) noexcept {
         if (!spare_.isWritten() && oldSize != 0) {
             if (::ftruncate(spare_.get(), 0) != 0) return false;
             oldSize = 0;
         }
         spare_.setWritten();
-        return overwrite(spare_.get(), oldSize, pieces);
+        return overwrite(spare_.get(), oldSize, pieces) &&
+               (flush == Flush::no || ::fdatasync(spare_.get()) == 0);
     }
 
     Outcome putInPlace() noexcept {
@@ -231,16 +233,17 @@ RewrittenFile::RewrittenFile(std::string path) : files_(std::make_shared<Files>(
 
 RewrittenFile::~RewrittenFile() = default;
 
-bool RewrittenFile::rewrite(std::span<const DataView> pieces) noexcept try {
+bool RewrittenFile::rewrite(std::span<const DataView> pieces, Flush flush) noexcept try {
     const FileSizeSignalGuard guard;
-    return files_->rewrite(pieces);
+    return files_->rewrite(pieces, flush);
 } catch (...) {
     errno = ENOMEM;
     return false;
 }
 
-bool RewrittenFile::remove() noexcept {
-    return files_->remove();
+bool RewrittenFile::remove(Flush flush) noexcept try { return files_->remove(flush); } catch (...) {
+    errno = ENOMEM;
+    return false;
 }
 
 bool RewrittenFile::erase() noexcept {
