@@ -40,7 +40,7 @@ def masked(text):
     hidden = "|".join((
         r"(?:(?<=\) )|(?<=const )|(?<=noexcept ))= 0;", r'R"(\w*)\((?:.|\n)*?\)\1"', r'"(?:\\.|[^"\\\n])*"',
         r"(?P<number>\b\d[\w'.]*)", r"'(?:\\.|[^'\\\n])*'", r"//[^\n]*", r"/\*(?:.|\n)*?\*/",
-        r"^[ \t]*#(?:\\\n|[^\n])*", r"\b(?:static_)?assert\([^;]*;"))
+        r"^[ \t]*#(?:\\\n|[^\n])*", r"\b(?:(?:static_)?assert|__builtin_prefetch)\([^;]*;"))
     return re.sub(hidden, lambda m: m[0] if m["number"] else re.sub(r"[^\n]", " ", m[0]), text, flags=re.M)
 
 

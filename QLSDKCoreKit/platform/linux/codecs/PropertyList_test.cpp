@@ -116,6 +116,13 @@ TEST(PropertyList, CountsOnlyTheElementsOfXmlThatAreOpen) {
     EXPECT_EQ(list->array()->at(2), Value("<array>"));
 }
 
+TEST(PropertyList, ReadsXmlOfSixteenMebibytesAndNotOneByteMore) {
+    std::string xml = "<plist version=\"1.0\"><integer>7</integer></plist>";
+    xml.resize(std::size_t{16} << 20, ' ');
+    EXPECT_TRUE(parsePropertyList(bytesOf(xml)) == Value(7));
+    EXPECT_FALSE(parsePropertyList(bytesOf(xml + ' ')));
+}
+
 TEST(PropertyList, TruncatedOrDamagedXmlIsRefusedOrStillWritable) {
     const Data valid = evaluatePython(kEveryKindInPython, {"plistlib.dumps(every)"}).front();
     for (std::size_t place = 0; place < valid.size(); ++place) {
