@@ -46,12 +46,25 @@ bool writeAndRename(const std::string& path, const Data& bytes) {
     return writeTo(temporary, O_CREAT | O_TRUNC, bytes) && ::rename(temporary.c_str(), path.c_str()) == 0;
 }
 
-auto rewriting() {
-    return [file = std::shared_ptr<platform::RewrittenFile>()](const std::string& path,
-                                                               const Data& bytes) mutable {
+bool writeFlushAndRename(const std::string& path, const Data& bytes) {
+    const std::string temporary = path + ".tmp";
+    const int file = ::open(temporary.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_TRUNC, 0600);
+    const bool done = file >= 0 &&
+                      ::write(file, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()) &&
+                      ::fdatasync(file) == 0;
+    ::close(file);
+    const int directory = ::open(home().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool isInPlace = done && ::rename(temporary.c_str(), path.c_str()) == 0 && ::fsync(directory) == 0;
+    ::close(directory);
+    return isInPlace;
+}
+
+auto rewriting(platform::Flush flush = platform::Flush::no) {
+    return [flush, file = std::shared_ptr<platform::RewrittenFile>()](const std::string& path,
+                                                                      const Data& bytes) mutable {
         if (file == nullptr) file = std::make_shared<platform::RewrittenFile>(path);
         const DataView pieces[] = {bytes};
-        return file->rewrite(pieces);
+        return file->rewrite(pieces, flush);
     };
 }
 
@@ -63,6 +76,8 @@ void addFileContests() {
         contestFile(std::string(name) + "ours", size, rewriting());
         contestFile(std::string(name) + "exchange", size, writeAndExchange);
         contestFile(std::string(name) + "rename", size, writeAndRename);
+        contestFile(std::string(name) + "ours-flushed", size, rewriting(platform::Flush::toMedium));
+        contestFile(std::string(name) + "rename-flushed", size, writeFlushAndRename);
     }
 }
 

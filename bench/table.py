@@ -63,6 +63,8 @@ ROWS = [
     ("file: replace 1 KB", "ns", "file/1k/ours", "file/1k/rename", "real", None),
     ("file: replace 100 KB", "ns", "file/100k/ours", "file/100k/exchange", "cpu", 1.3),
     ("file: replace 100 KB", "ns", "file/100k/ours", "file/100k/rename", "real", None),
+    ("file: replace 1 KB, flushed", "ns", "file/1k/ours-flushed", "file/1k/rename-flushed", "real", None),
+    ("file: replace 100 KB, flushed", "ns", "file/100k/ours-flushed", "file/100k/rename-flushed", "real", None),
     ("token", "ns", "token/whole/ours", "token/whole/naive", "cpu", 0.5),
     ("token", "ns", "token/whole/ours", "token/whole/limit", "cpu", None),
     ("base64: 1 KB", "ns", "base64/encode-1k/ours", "base64/encode-1k/openssl", "cpu", None),

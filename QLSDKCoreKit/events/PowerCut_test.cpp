@@ -476,7 +476,7 @@ TEST_F(PowerCut, LeavesAWholeListOrADamagedFile) {
 // Files of older versions have no checksum. Pages within an event betray nothing by themselves.
 TEST_F(PowerCut, MixesNothingWithAFileThatHasNoChecksum) {
     install();
-    eventBytes = 9000;
+    eventBytes = 7000;
     leaveOldFile(3);
     live(1);
     const Findings found = explore(Checksum::read);

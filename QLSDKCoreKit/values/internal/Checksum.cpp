@@ -5,6 +5,7 @@
 
 #if defined(__x86_64__)
 #include <nmmintrin.h>
+#include <wmmintrin.h>
 #endif
 
 namespace qlsdk::platform {
@@ -57,7 +58,27 @@ Polynomial divideByBytes(Polynomial remainder, DataView bytes) noexcept {
 }
 
 #if defined(__x86_64__)
-__attribute__((target("sse4.2"))) Polynomial divideByWords(Polynomial remainder, DataView bytes) noexcept {
+// The instruction multiplies what it divides by x^32 first.
+constexpr auto kByLengthOverX32 = [] {
+    auto table = kByLength;
+    for (auto& digit : table) {
+        for (Polynomial& power : digit) {
+            for (int i = 0; i < 32; ++i) {
+                power = (power & kOne) != 0 ? ((power ^ kCastagnoli) << 1) | 1 : power << 1;
+            }
+        }
+    }
+    return table;
+}();
+
+#define QLSDK_CRC_INSTRUCTIONS __attribute__((target("sse4.2,pclmul")))
+
+bool hasInstructions() noexcept {
+    static const bool has = __builtin_cpu_supports("sse4.2") && __builtin_cpu_supports("pclmul");
+    return has;
+}
+
+QLSDK_CRC_INSTRUCTIONS Polynomial divideByWords(Polynomial remainder, DataView bytes) noexcept {
     std::uint64_t wide = remainder;
     for (; bytes.size() >= sizeof(std::uint64_t); bytes = bytes.subspan(sizeof(std::uint64_t))) {
         std::uint64_t word;
@@ -67,13 +88,29 @@ __attribute__((target("sse4.2"))) Polynomial divideByWords(Polynomial remainder,
     return divideByBytes(static_cast<Polynomial>(wide), bytes);
 }
 
+QLSDK_CRC_INSTRUCTIONS Polynomial timesByWords(Polynomial overX32, Polynomial other) noexcept {
+    const __m128i product = _mm_clmulepi64_si128(_mm_cvtsi32_si128(static_cast<int>(overX32)),
+                                                 _mm_cvtsi32_si128(static_cast<int>(other)), 0);
+    const auto bits = static_cast<std::uint64_t>(_mm_cvtsi128_si64(product));
+    return static_cast<Polynomial>(_mm_crc32_u64(0, bits << 1));
+}
+
+#undef QLSDK_CRC_INSTRUCTIONS
+
 Polynomial divide(Polynomial remainder, DataView bytes) noexcept {
-    static const bool hasInstruction = __builtin_cpu_supports("sse4.2") != 0;
-    return hasInstruction ? divideByWords(remainder, bytes) : divideByBytes(remainder, bytes);
+    return hasInstructions() ? divideByWords(remainder, bytes) : divideByBytes(remainder, bytes);
+}
+
+Polynomial timesLength(Polynomial p, std::size_t digit, std::size_t d) noexcept {
+    return hasInstructions() ? timesByWords(kByLengthOverX32[digit][d], p) : times(kByLength[digit][d], p);
 }
 #else
 Polynomial divide(Polynomial remainder, DataView bytes) noexcept {
     return divideByBytes(remainder, bytes);
+}
+
+Polynomial timesLength(Polynomial p, std::size_t digit, std::size_t d) noexcept {
+    return times(kByLength[digit][d], p);
 }
 #endif
 
@@ -86,7 +123,7 @@ std::uint32_t crc32c(std::uint32_t checksum, DataView more) noexcept {
 std::uint32_t joinedCrc32c(std::uint32_t left, std::uint32_t right, std::size_t rightLength) noexcept {
     for (std::size_t digit = 0; rightLength != 0 && digit < kDigits; ++digit, rightLength >>= 4) {
         const std::size_t d = rightLength & 15;
-        if (d != 0) left = times(kByLength[digit][d], left);
+        if (d != 0) left = timesLength(left, digit, d);
     }
     return left ^ right;
 }
