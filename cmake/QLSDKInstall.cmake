@@ -108,6 +108,10 @@ install(FILES
 install(FILES schema/heartbeat.proto schema/kit_events.proto schema/metrics.proto schema/timestamp.proto
     schema/vectors/vectors.json
     DESTINATION ${CMAKE_INSTALL_DATADIR}/qlsdkcorekit-schema COMPONENT schema)
+install(FILES server/nginx.conf.in server/python/tables.sql server/python/tokens.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/qlsdkcorekit-schema/receiver COMPONENT schema)
+install(PROGRAMS server/python/receiver.py
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/qlsdkcorekit-schema/receiver COMPONENT schema)
 # The chapters of docs/formats.md up to the library's own files.
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/formats.md)
 file(READ docs/formats.md wire_chapters)

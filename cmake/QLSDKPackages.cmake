@@ -24,6 +24,10 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
 string(CONCAT description
     "Telemetry that stays out of its host's way, remote configuration, an installation\n"
     "identifier and deep links for applications that use the Quillo kits.")
+get_property(has_development_key GLOBAL PROPERTY QLSDK_DEVELOPMENT_KEY)
+if(has_development_key)
+    string(APPEND description "\nBuilt with the public development key: its tokens prove nothing. Not for release.")
+endif()
 
 set(same_version "(= ${PROJECT_VERSION})")
 set(core_runtime "libqlsdkcorekit${PROJECT_VERSION_MAJOR}")

@@ -40,6 +40,8 @@ void printError(std::string_view reason) {
 /// Why the library could not do what was asked of it, each thing once.
 void printDiagnostics() {
     for (const qlsdk::platform::Diagnostic& diagnostic : qlsdk::platform::diagnostics()) {
+        // The workbench is for development; what receives its tokens says which key they have.
+        if (diagnostic.kind == qlsdk::platform::DiagnosticKind::developmentKey) continue;
         std::string line = diagnosticLine(diagnostic);
         if (diagnostic.times > 1) line += " (" + std::to_string(diagnostic.times) + " times)";
         printError(line);

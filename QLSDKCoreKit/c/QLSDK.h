@@ -47,7 +47,8 @@ enum {
     QLSDKDiagnosticResources = 12,
     QLSDKDiagnosticHostCallback = 13,
     QLSDKDiagnosticServerAnswer = 14,
-    QLSDKDiagnosticRandom = 15
+    QLSDKDiagnosticRandom = 15,
+    QLSDKDiagnosticDevelopmentKey = 16
 };
 
 /** One thing that failed. Everything in it is borrowed for the call; no text is NULL. */

@@ -26,7 +26,8 @@ static_assert(isSame(QLSDKDiagnosticRequestFailed, Kind::requestFailed) &&
               isSame(QLSDKDiagnosticResources, Kind::resources) &&
               isSame(QLSDKDiagnosticHostCallback, Kind::hostCallback) &&
               isSame(QLSDKDiagnosticServerAnswer, Kind::serverAnswer) &&
-              isSame(QLSDKDiagnosticRandom, Kind::random));
+              isSame(QLSDKDiagnosticRandom, Kind::random) &&
+              isSame(QLSDKDiagnosticDevelopmentKey, Kind::developmentKey));
 
 }  // namespace
 

@@ -179,8 +179,10 @@ TEST_F(QLSDKDynamicConfigManagerTest, TreatsEveryOtherAnswerAsAFailedFetch) {
 
 // The session's thread has half the stack of the queue's, so that it must not even look at a deep answer.
 TEST_F(QLSDKDynamicConfigManagerTest, LooksAtAnAnswerOnItsQueueAlone) {
-    const auto complaints = [] { return platform::diagnostics().size(); };
     update(listener("a"));
+    const auto complaints = [before = platform::diagnostics().size()] {
+        return platform::diagnostics().size() - before;
+    };
     const std::string deepest = std::string(510, '[') + std::string(510, ']');
     ASSERT_TRUE(fakes.urlSession->answer(200, {}, R"({"data":{"config":)" + deepest + "}}"));
     EXPECT_EQ(complaints(), 0U) << "it has been parsed on the thread that brought it";

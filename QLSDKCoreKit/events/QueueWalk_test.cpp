@@ -243,7 +243,8 @@ TEST_F(QueueWalk, SendsKeepsAndDividesAsTheModelDoes) {
         ASSERT_EQ(onDisk(), model.onDisk()) << "step " << i;
         ASSERT_EQ(fakes.urlSession->waiting(), model.uploads.size());
     }
-    const auto told = fakes.diagnostics->told();
+    std::vector<platform::Diagnostic> told = fakes.diagnostics->told();
+    std::erase_if(told, [](const auto& one) { return one.kind == platform::DiagnosticKind::developmentKey; });
     ASSERT_EQ(told.size(), 1u);
     EXPECT_EQ(told.front().kind, platform::DiagnosticKind::records);
     EXPECT_GT(model.divided, 50u);

@@ -54,6 +54,7 @@ std::optional<std::string> QLSDKPayload::formatSerializedPayload(
                                     "the cipher of the client auth token fails; requests carry no token"});
         return std::nullopt;
     }
+    reportDevelopmentKey();
     return convertDataToHexString(nonce) + ":" + convertDataToHexString(tag) + ":" +
            convertDataToHexString(output);
 }

@@ -1,6 +1,7 @@
 #include "QLSDKCoreKit/network/QLSDKPayload.h"
 
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
+#include "QLSDKCoreKit/platform/Diagnostics.h"
 #include "QLSDKCoreKit/platform/testing/FakePlatform.h"
 
 namespace qlsdk {
@@ -23,6 +24,16 @@ TEST_F(QLSDKPayloadTest, ATokenOpensToItsAppAndTime) {
     EXPECT_EQ(opened->bundleIdentifier, "com.example.app");
     EXPECT_EQ(opened->createdMillis, 1700000000123);
     EXPECT_EQ(QLPayloadProvider().authHeaderName(), "X-Quill-SDK-Client-Auth-Token");
+}
+
+// The tests are built with the development key.
+TEST_F(QLSDKPayloadTest, TheDevelopmentKeyIsReportedWithTheFirstToken) {
+    EXPECT_TRUE(platform::diagnostics().empty());
+    for (int i = 0; i < 3; ++i) EXPECT_TRUE(QLSDKPayload::serializePayload({}));
+    const std::vector<platform::Diagnostic> told = platform::diagnostics();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_EQ(told.front().kind, platform::DiagnosticKind::developmentKey);
+    EXPECT_EQ(told.front().times, 1u);
 }
 
 TEST_F(QLSDKPayloadTest, TwoTokensOfOneMomentShareNothing) {

@@ -69,6 +69,8 @@ const char* diagnosticKindName(DiagnosticKind kind) noexcept {
             return "serverAnswer";
         case DiagnosticKind::random:
             return "random";
+        case DiagnosticKind::developmentKey:
+            return "developmentKey";
     }
     return "unknown";
 }

@@ -42,6 +42,8 @@ enum class DiagnosticKind : std::int32_t {
     serverAnswer = 14,
     /// The random source failed.
     random = 15,
+    /// Client auth tokens are sealed with the public development key, so that they prove nothing.
+    developmentKey = 16,
 };
 
 /// The kind's name as it stands above ("requestFailed"), "unknown" for any other number. Lives for ever.

@@ -131,7 +131,7 @@ ordered_json badTokens() {
     add("developmentKey", "the development key",
         sealed(developmentSealingKey(), textOf("com.example.app", kNowMillis)));
     add("content", "padding of 0", sealedBytes(kNew, "com.example.app:1" + std::string(3, '\0')));
-    add("content", "padding of 5", sealedBytes(kNew, "com.example.app" + std::string(5, '\5')));
+    add("content", "padding of 5", sealedBytes(kNew, "com.example.app:123" + std::string(5, '\5')));
     add("content", "padding that differs", sealedBytes(kNew, "com.example.app:1\2\3\3"));
     add("content", "nothing but padding", with(""));
     add("content", "no colon", with("com.example.app"));

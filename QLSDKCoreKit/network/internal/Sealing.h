@@ -17,6 +17,9 @@ inline constexpr int kSealingSuccess = 2;
 /// The key of builds that name none, which is public. 32 bytes.
 [[nodiscard]] platform::Aes256Key developmentSealingKey() noexcept;
 
+/// Says once in this process that tokens are sealed with the development key, if they are. Any thread.
+void reportDevelopmentKey() noexcept;
+
 /// Seals the text of a client auth token: AES-256-GCM with a nonce of 16 bytes. `output` is as long as
 /// `input`; `tag` is written. Any thread; stateless.
 ///
