@@ -11,6 +11,7 @@
 #include "QLSDKCoreKit/core/QLSDKConstants.h"
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
 #include "QLSDKCoreKit/picoproto/picoproto.h"
+#include "QLSDKCoreKit/platform/internal/LibraryAddresses.h"
 #include "QLSDKCoreKit/platform/linux/LinuxAdapters.h"
 #include "QLSDKCoreKit/platform/linux/testing/Reported.h"
 #include "QLSDKCoreKit/platform/testing/FakeFacts.h"
@@ -144,6 +145,7 @@ TEST(LinuxBundles, TheLibraryKnowsItselfAndNobodyElse) {
                                reinterpret_cast<const void*>(&picoproto_new)};
     for (const void* address : own) {
         EXPECT_EQ(bundles->bundleForAddress(address)->textForInfoDictionaryKey(kBundleVersionKey), "1.3.4");
+        EXPECT_TRUE(isLibraryAddress(address)) << "also where the library is a part of the program";
     }
     const void* const foreign[] = {nullptr, &hosts, reinterpret_cast<const void*>(&outputOf)};
     for (const void* address : foreign) {
