@@ -14,7 +14,7 @@ enum class Durability : std::uint8_t {
     processEnd,
     /// A power cut as well. A queue's file and its name are flushed to the medium with each write, on the
     /// queue's
-    /// own thread: one flush for all that waits, some hundred times a write's own cost, and no caller
+    /// own thread: one flush for all that waits, hundreds of times a write's own cost, and no caller
     /// waits for it. What is on disk when `waitUntilIdle` returns is there after a cut, if the medium keeps
     /// what it
     /// has confirmed.

@@ -3,6 +3,7 @@
 // pages that were not flushed lost, and each subset of the name changes done in each order.
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <map>
 #include <numeric>
@@ -91,6 +92,9 @@ void noteFlush(int descriptor) {
         recording->operations.push_back({Operation::Kind::flush, status.st_ino});
 }
 
+/// When not 0, why the disk takes nothing.
+int refusedBecause = 0;
+
 int outcome(long result) {
     return static_cast<int>(result);
 }
@@ -100,6 +104,10 @@ int outcome(long result) {
 extern "C" {
 
 ssize_t pwritev(int descriptor, const struct iovec* pieces, int count, off_t offset) {
+    if (refusedBecause != 0) {
+        errno = refusedBecause;
+        return -1;
+    }
     const ssize_t written = ::syscall(SYS_pwritev, descriptor, pieces, count, offset, 0);
     noteContent(descriptor, Operation::Kind::write, [&](Data& content) {
         auto at = static_cast<std::size_t>(offset);
@@ -496,6 +504,52 @@ TEST_F(PowerCut, CostsNothingThatWasWrittenWhereTheHostWantsThat) {
     EXPECT_EQ(found.mixtures, 0U);
     EXPECT_EQ(found.damaged, 0U);
     EXPECT_EQ(found.stale, 0U);
+}
+
+using OwedWrite = UploadQueueTest;
+
+TEST_F(OwedWrite, ThatTheDiskRefusesIsCountedOnceAndMadeWithTheNextChange) {
+    install();
+    makeQueue(1'000'000);
+    push();
+    refusedBecause = EIO;
+    push(2);
+    EXPECT_EQ(onDisk(), "1");
+    EXPECT_EQ(count(platform::Delivery::lostToFailedWrite), 2U) << "of one write for both";
+    refusedBecause = 0;
+    push();
+    EXPECT_EQ(onDisk(), "4 3 2 1");
+    // What is sent must not be in the file when the next process starts.
+    refusedBecause = EIO;
+    flush();
+    EXPECT_EQ(lastBody(), "4321");
+    EXPECT_EQ(onDisk(), "none");
+    refusedBecause = 0;
+    answer(503);
+    EXPECT_EQ(onDisk(), "1r 2r 3r 4r");
+    EXPECT_EQ(count(platform::Delivery::lostToFailedWrite), 2U);
+}
+
+// On the operation queue itself, between a write and the next.
+TEST_F(OwedWrite, HoldsWhatIsPushedByTheHostWhileItMakesABodyOrEndsAnUpload) {
+    install();
+    makeQueue(1'000'000);
+    push();
+    delegate->parsed = [this] { queue->pushEvent(event()); };
+    delegate->takeOver();
+    flush();
+    EXPECT_EQ(delegate->bodies.back(), "1");
+    EXPECT_EQ(onDisk(), "2");
+    delegate->parsed = nullptr;
+    ASSERT_EQ(delegate->completions.size(), 1U);
+    const std::shared_ptr<platform::SerialQueue> hosts = fakes.queues->makeSerialQueue("host");
+    hosts->async([this] {
+        queue->pushEvent(event());
+        delegate->completions[0](std::nullopt, 503, nullptr);
+        queue->pushEvent(event());
+    });
+    run();
+    EXPECT_EQ(onDisk(), "4 1r 3 2");
 }
 
 }  // namespace
