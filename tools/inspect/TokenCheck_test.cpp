@@ -55,6 +55,7 @@ TEST(TokenCheck, IsPartOfTheCollectorsLog) {
     const auto fields = collector.logged().at(0)["token"];
     EXPECT_EQ(fields["bundleIdentifier"], opened.bundleIdentifier);
     EXPECT_EQ(fields["createdMillis"], opened.createdMillis);
+    EXPECT_EQ(fields["isDevelopment"], true) << "the tests are built with the development key";
     EXPECT_EQ(collector.logged().at(1)["token"], nlohmann::ordered_json::parse(R"({"state":"malformed"})"));
 }
 
