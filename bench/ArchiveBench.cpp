@@ -12,7 +12,7 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include "QLSDKCoreKit/events/internal/QueueFile.h"
+#include "QLSDKCoreKit/events/internal/StoredList.h"
 #include "QLSDKCoreKit/platform/Files.h"
 #include "QLSDKCoreKit/values/internal/KeyedListArchive.h"
 

@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "QLSDKCoreKit/events/internal/QueueFile.h"
+#include "QLSDKCoreKit/events/internal/StoredList.h"
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"

@@ -12,7 +12,7 @@
 
 #include "QLSDKCoreKit/control/Consent.h"
 #include "QLSDKCoreKit/events/QLSDKOperationalMetricsQueue.h"
-#include "QLSDKCoreKit/events/internal/QueueFile.h"
+#include "QLSDKCoreKit/events/internal/StoredList.h"
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/values/internal/KeyedListArchive.h"

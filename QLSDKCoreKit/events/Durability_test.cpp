@@ -17,7 +17,7 @@
 
 #include "QLSDKCoreKit/control/DeliveryCounters.h"
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
-#include "QLSDKCoreKit/events/internal/QueueFile.h"
+#include "QLSDKCoreKit/events/internal/StoredList.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
 #include "QLSDKCoreKit/platform/testing/FakeStores.h"

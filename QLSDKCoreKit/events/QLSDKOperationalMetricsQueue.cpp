@@ -38,6 +38,8 @@ QLSDKOperationalMetricsQueue& QLSDKOperationalMetricsQueue::sharedInstance() {
     });
 }
 
+QLSDKOperationalMetricsQueue::QLSDKOperationalMetricsQueue() : clock_(platform::current().clock) {}
+
 void QLSDKOperationalMetricsQueue::addCount(std::int64_t count, std::string_view name) {
     pushMetric(kCounterMetric, count, name);
 }
@@ -48,7 +50,7 @@ void QLSDKOperationalMetricsQueue::addLatency(std::int64_t latencyMillis, std::s
 
 void QLSDKOperationalMetricsQueue::addLatencyFromTime(double startSeconds, std::string_view name) {
     recordEvent(kTimerMetric, [&] {
-        const double now = platform::current().clock->secondsSince1970();
+        const double now = clock_->secondsSince1970();
         addLatency(truncateToInt64((now - startSeconds) * 1000.0), name);
     });
 }
@@ -56,8 +58,7 @@ void QLSDKOperationalMetricsQueue::addLatencyFromTime(double startSeconds, std::
 void QLSDKOperationalMetricsQueue::pushMetric(const char* messageName, std::int64_t value,
                                               std::string_view name) {
     recordEvent(messageName, [&] {
-        MessageContext timestamp =
-            _picoprotoTimestampWithTimestamp(platform::current().clock->secondsSince1970());
+        MessageContext timestamp = _picoprotoTimestampWithTimestamp(clock_->secondsSince1970());
         MessageContext metric(picoproto_new(messageName));
         const bool isDated = isComplete(timestamp);
         // On purpose: the timestamp stands first on the wire, before the lower field number.

@@ -10,6 +10,10 @@
 
 namespace qlsdk {
 
+namespace platform {
+class Clock;
+}
+
 /// Records named counters and latencies and uploads them ten at a time. Each call is one message; nothing is
 /// summed on the device. Unsent ones wait in the file "qlsdk-operational-metrics2.plist" of the caches
 /// directory.
@@ -40,12 +44,13 @@ class QLSDK_EXPORT QLSDKOperationalMetricsQueue final : public AnalyticsEventsQu
     [[nodiscard]] std::size_t recordsThatFit(AnalyticsEventsQueue& queue, const EventList& events) override;
 
   private:
-    QLSDKOperationalMetricsQueue() = default;
+    QLSDKOperationalMetricsQueue();
 
     /// A new "Timestamp" message.
     [[nodiscard]] static MessageContext _picoprotoTimestampWithTimestamp(double secondsSince1970);
     void pushMetric(const char* messageName, std::int64_t value, std::string_view name);
 
+    const std::shared_ptr<platform::Clock> clock_;
     /// Set once, before the instance is shared.
     std::shared_ptr<AnalyticsEventsQueue> _eventsQueue;
 };

@@ -10,6 +10,7 @@
 
 #include "QLSDKCoreKit/picoproto/MessageContext.h"
 #include "QLSDKCoreKit/picoproto/internal/ContextAllocator.h"
+#include "QLSDKCoreKit/values/Value.h"
 #include "QLSDKCoreKit/values/internal/Utf8.h"
 
 namespace {
@@ -312,4 +313,15 @@ std::int32_t qlsdk::writeUtf8Field(const MessageContext& message, std::uint64_t 
     text = text.substr(0, text.find('\0'));
     if (platform::isValidUtf8(text)) return writeText(message.get(), field, text);
     return writeText(message.get(), field, platform::repairedUtf8(text));
+}
+
+qlsdk::MessageContext qlsdk::timestampMessage(double secondsSince1970) {
+    const std::int64_t seconds = truncateToInt64(secondsSince1970);
+    const double rest = secondsSince1970 - static_cast<double>(seconds);
+    const std::int64_t nanos =
+        std::clamp<std::int64_t>(truncateToInt64(rest * 1000000000.0), INT32_MIN, INT32_MAX);
+    MessageContext message(picoproto_new("Timestamp"));
+    picoproto_write_varint_field(message.get(), 1, static_cast<std::uint64_t>(seconds));
+    picoproto_write_varint_field(message.get(), 2, static_cast<std::uint64_t>(nanos));
+    return message;
 }

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 #include "QLSDKCoreKit/Export.h"
 
@@ -12,6 +14,11 @@ namespace qlsdk::platform {
 /// a `Token` for as long as a piece of work exists. Work on the main queue is the host's and does not count.
 /// Any thread. Shared by the adapters of one platform and, like them, never destroyed.
 class QLSDK_EXPORT Activity {
+    struct Count {
+        std::atomic<std::size_t> tokens{0};
+        std::atomic<std::size_t> waiting{0};
+    };
+    /// The count, and what wakes those who wait for it.
     struct State;
 
   public:
@@ -20,14 +27,29 @@ class QLSDK_EXPORT Activity {
     class QLSDK_EXPORT Token {
       public:
         Token() noexcept = default;
-        explicit Token(const std::shared_ptr<Activity>& activity) noexcept;
+        /// A null activity counts nothing.
+        explicit Token(const std::shared_ptr<Activity>& activity) noexcept {
+            if (activity == nullptr) return;
+            count_ = activity->count_;
+            count_->tokens.fetch_add(1, std::memory_order_acq_rel);
+        }
         Token(Token&& other) noexcept = default;
-        Token& operator=(Token&& other) noexcept;
-        ~Token();
+        Token& operator=(Token&& other) noexcept {
+            release();
+            count_ = std::exchange(other.count_, nullptr);
+            return *this;
+        }
+        ~Token() { release(); }
 
       private:
-        void release() noexcept;
-        std::shared_ptr<State> state_;
+        void release() noexcept {
+            if (count_ == nullptr) return;
+            const std::shared_ptr<Count> count = std::exchange(count_, nullptr);
+            // Sequentially consistent on both sides: either a waiter sees the count at zero or this sees it.
+            if (count->tokens.fetch_sub(1) == 1 && count->waiting != 0) wake(*count);
+        }
+        static void wake(Count& count) noexcept;
+        std::shared_ptr<Count> count_;
     };
 
     Activity();
@@ -37,14 +59,15 @@ class QLSDK_EXPORT Activity {
     /// called from a task of the library's own, which would wait for itself.
     [[nodiscard]] bool waitUntilIdle(std::chrono::milliseconds timeout);
 
-    [[nodiscard]] std::size_t count() const noexcept;
+    [[nodiscard]] std::size_t count() const noexcept { return count_->tokens.load(); }
 
     /// Starts again at zero; tokens taken before no longer count. For an adapter in a child process whose
     /// parent keeps the work: the caller makes sure that no other thread is using this object.
     void restart();
 
   private:
-    std::shared_ptr<State> state_;
+    /// Of a `State`.
+    std::shared_ptr<Count> count_;
 };
 
 }  // namespace qlsdk::platform

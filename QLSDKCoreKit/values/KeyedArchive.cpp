@@ -17,10 +17,6 @@ bool isPlain(const ArchivedObject& object) noexcept {
 
 }  // namespace
 
-ArchivedObject::ArchivedObject(std::shared_ptr<Archivable> record) noexcept {
-    if (record != nullptr) content_ = std::move(record);
-}
-
 ArchivedObject::ArchivedObject(List list) {
     if (!std::all_of(list.begin(), list.end(), isPlain)) {
         content_ = std::make_shared<const List>(std::move(list));

@@ -42,7 +42,9 @@ class QLSDK_EXPORT ArchivedObject {
     ArchivedObject() noexcept = default;
     ArchivedObject(Value value) noexcept : content_(std::move(value)) {}
     /// A null pointer is nil.
-    ArchivedObject(std::shared_ptr<Archivable> record) noexcept;
+    ArchivedObject(std::shared_ptr<Archivable> record) noexcept {
+        if (record != nullptr) content_ = std::move(record);
+    }
     ArchivedObject(List list);
     ArchivedObject(Entries entries);
 

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <bit>
 #include <charconv>
-#include <cmath>
 #include <functional>
 #include <iterator>
 
@@ -379,15 +378,6 @@ std::string describe(const Value& value) {
 
 std::string describe(const std::optional<std::string>& text) {
     return text.value_or("(null)");
-}
-
-std::int64_t truncateToInt64(double number) noexcept {
-    // 2^63 is exactly representable; the signed maximum is not, so the upper bound excludes it.
-    constexpr double kLimit = 9223372036854775808.0;
-    if (std::isnan(number)) return 0;
-    if (number >= kLimit) return INT64_MAX;
-    if (number < -kLimit) return INT64_MIN;
-    return static_cast<std::int64_t>(number);
 }
 
 }  // namespace qlsdk

@@ -179,6 +179,13 @@ class QLSDK_EXPORT Dictionary {
 [[nodiscard]] QLSDK_EXPORT std::string describe(const std::optional<std::string>& text);
 
 /// A double as a signed 64-bit integer: cut toward zero, saturated outside the range, 0 for NaN.
-[[nodiscard]] QLSDK_EXPORT std::int64_t truncateToInt64(double number) noexcept;
+[[nodiscard]] constexpr std::int64_t truncateToInt64(double number) noexcept {
+    // 2^63 is exactly representable; the signed maximum is not, so the upper bound excludes it.
+    constexpr double kLimit = 9223372036854775808.0;
+    if (number != number) return 0;
+    if (number >= kLimit) return INT64_MAX;
+    if (number < -kLimit) return INT64_MIN;
+    return static_cast<std::int64_t>(number);
+}
 
 }  // namespace qlsdk

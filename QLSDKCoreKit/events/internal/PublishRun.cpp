@@ -52,8 +52,8 @@ void AnalyticsEventsQueue::Core::_executePublishOperation() {
     noticeRefusals();
     // Both are asked before anything is taken: without consent the records stay in the file, and a refusal
     // from here on keeps the batch from coming back to it.
-    const std::uint64_t refusalsSeen = platform::consentGate().refusals();
-    if (!platform::maySend(platform::consentGate().consent()) || isPutOff()) return;
+    const std::uint64_t refusalsSeen = gate_.refusals();
+    if (!platform::maySend(gate_.consent()) || isPutOff()) return;
     list_.loadUnread();
     list_.holdBack();
     auto delegate = delegate_.lock();

@@ -103,6 +103,7 @@ class AnalyticsEventsQueue::Core {
     const std::string analyticsEndpoint_;
     const std::shared_ptr<platform::SerialQueue> deleteArchiveDispatchQueue_;
     const std::shared_ptr<QLAuthHeaderProvider> authHeaderProvider_;
+    platform::ConsentGate& gate_;
     platform::DeliveryCounters& deliveries_;
 
     // The operation queue's; `start` alone touches the list elsewhere, before the first operation exists.

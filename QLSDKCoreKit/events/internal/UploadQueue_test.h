@@ -13,7 +13,7 @@
 
 #include "QLSDKCoreKit/control/DeliveryCounters.h"
 #include "QLSDKCoreKit/events/AnalyticsEventsQueue.h"
-#include "QLSDKCoreKit/events/internal/QueueFile.h"
+#include "QLSDKCoreKit/events/internal/StoredList.h"
 #include "QLSDKCoreKit/network/QLPayloadProvider.h"
 #include "QLSDKCoreKit/platform/Files.h"
 #include "QLSDKCoreKit/platform/Platform.h"

@@ -3,10 +3,9 @@
 #include <atomic>
 #include <utility>
 
-namespace qlsdk::platform {
+#include "QLSDKCoreKit/platform/internal/ForkGeneration.h"
 
-/// Differs between a process and its children. At least 1; steady within one process.
-[[nodiscard]] int processGeneration() noexcept;
+namespace qlsdk::platform {
 
 /// A value that the first who asks makes, while others who ask wait: for a function-local static, or
 /// std::call_once, whose guard a child of fork() finds taken for ever when another thread was just making the

@@ -6,8 +6,8 @@
 #include <cstdint>
 
 #include "QLSDKCoreKit/values/Data.h"
+#include "QLSDKCoreKit/values/internal/BinaryPropertyListWriter.h"
 #include "QLSDKCoreKit/values/internal/Checksum.h"
-#include "QLSDKCoreKit/values/internal/PropertyListBytes.h"
 
 // The checksum in an archive whose pages may reach the disk one by one: its first object, eight bytes of data
 // that nothing refers to, "C32C" and the CRC-32C of all bytes behind it. It stands at a fixed place in the

@@ -335,4 +335,25 @@ KeyedArchiver::Node KeyedArchiver::addPendingArray(std::size_t first) {
     return node;
 }
 
+void KeyedEncoder::encodeInt64(std::int64_t number, std::string_view key) {
+    archiver_.addField(key, archiver_.integerNode(number));
+}
+
+void KeyedEncoder::encodeBool(bool boolean, std::string_view key) {
+    archiver_.addField(key, archiver_.booleanNode(boolean));
+}
+
+void KeyedEncoder::encodeBytes(DataView bytes, std::string_view key) {
+    archiver_.addField(key, archiver_.uidNode(archiver_.encodeBytes(bytes)));
+}
+
+void KeyedEncoder::encodeText(std::optional<std::string_view> text, std::string_view key) {
+    archiver_.addField(key, archiver_.uidNode(text ? archiver_.encodeText(*text) : 0));
+}
+
+void KeyedEncoder::encodeObject(const ArchivedObject& object, std::string_view key) {
+    archiver_.retain(object);
+    archiver_.addField(key, archiver_.uidNode(archiver_.encode(object)));
+}
+
 }  // namespace qlsdk::platform

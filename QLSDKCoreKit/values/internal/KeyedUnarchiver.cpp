@@ -294,4 +294,32 @@ std::optional<KeyedUnarchiver::Class> KeyedUnarchiver::classNamed(const BinaryOb
     return std::nullopt;
 }
 
+std::int64_t KeyedDecoder::decodeInt64(std::string_view key) {
+    return decodeObject(key).value().longValue();
+}
+
+bool KeyedDecoder::decodeBool(std::string_view key) {
+    return decodeObject(key).value().boolValue();
+}
+
+std::optional<DataView> KeyedDecoder::decodeBytes(std::string_view key) {
+    const auto content = unarchiver_.field(record_, key);
+    auto bytes = content ? unarchiver_.bytesOf(*content) : std::nullopt;
+    // Whoever asks is going to copy them.
+    if (bytes && !unarchiver_.spend(bytes->size())) return std::nullopt;
+    return bytes;
+}
+
+std::optional<std::string> KeyedDecoder::decodeText(std::string_view key) {
+    const Value value = decodeObject(key).value();
+    const std::string* text = value.string();
+    if (text == nullptr || !unarchiver_.spend(text->size())) return std::nullopt;
+    return *text;
+}
+
+ArchivedObject KeyedDecoder::decodeObject(std::string_view key) {
+    const auto content = unarchiver_.field(record_, key);
+    return content ? unarchiver_.resolve(*content) : ArchivedObject();
+}
+
 }  // namespace qlsdk::platform

@@ -79,19 +79,7 @@ bool isLowSurrogate(char32_t unit) noexcept {
 
 }  // namespace
 
-bool isAscii(std::string_view text) noexcept {
-    std::size_t index = 0;
-    for (; index + 8 <= text.size(); index += 8) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, text.data() + index, 8);
-        if ((word & 0x8080808080808080U) != 0) return false;
-    }
-    return std::all_of(text.begin() + static_cast<std::ptrdiff_t>(index), text.end(),
-                       [](char character) { return static_cast<std::uint8_t>(character) < 0x80; });
-}
-
-bool isValidUtf8(std::string_view text) noexcept {
-    if (isAscii(text)) return true;
+bool isWellFormedUtf8(std::string_view text) noexcept {
     for (std::size_t index = 0; index < text.size();) {
         const Sequence sequence = sequenceAt(text, index);
         if (!sequence.wellFormed) return false;

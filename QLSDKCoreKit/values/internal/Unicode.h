@@ -10,8 +10,6 @@
 
 namespace qlsdk::platform {
 
-[[nodiscard]] bool isAscii(std::string_view text) noexcept;
-
 /// How many 16-bit units the text takes. `text` must be valid UTF-8.
 [[nodiscard]] std::size_t utf16Length(std::string_view text) noexcept;
 

@@ -5,8 +5,6 @@
 
 #include <sys/resource.h>
 
-#include "QLSDKCoreKit/platform/linux/threads/DetachedThread.h"
-
 namespace qlsdk::platform {
 
 namespace {
@@ -30,17 +28,14 @@ bool isSizeLimited() noexcept {
 
 }  // namespace
 
-FileSizeSignalGuard::FileSizeSignalGuard() noexcept {
-    // The library's own threads block every signal for good: one that waits there reaches nobody.
-    if (isDetachedThread() || !isSizeLimited()) return;
+void FileSizeSignalGuard::block() noexcept {
     // A signal that was already waiting is the host's business.
-    if (isPending()) return;
+    if (!isSizeLimited() || isPending()) return;
     const sigset_t set = fileSizeSignal();
     active_ = pthread_sigmask(SIG_BLOCK, &set, &previousMask_) == 0;
 }
 
-FileSizeSignalGuard::~FileSizeSignalGuard() {
-    if (!active_) return;
+void FileSizeSignalGuard::restore() noexcept {
     const int error = errno;
     const sigset_t set = fileSizeSignal();
     const timespec noWait{};

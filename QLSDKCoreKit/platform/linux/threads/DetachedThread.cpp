@@ -11,6 +11,14 @@
 
 namespace qlsdk::platform {
 
+constinit thread_local bool thisThreadIsDetached = false;
+constinit std::atomic<SeekingThread*> theSeeking{nullptr};
+
+struct SeekingThread {
+    std::shared_ptr<ThreadSeeker> seeker;
+    SeekingThread* next;
+};
+
 namespace {
 
 // The sanitizers' frames are several times larger than those that the stacks are sized for.
@@ -20,15 +28,6 @@ constexpr std::size_t kStackFactor = 8;
 constexpr std::size_t kStackFactor = 1;
 #endif
 
-thread_local bool startedHere = false;
-
-struct Seeking {
-    std::shared_ptr<ThreadSeeker> seeker;
-    Seeking* next;
-};
-
-std::atomic<Seeking*> theSeeking{nullptr};
-
 struct Launch {
     const char* name;
     std::function<void()> body;
@@ -36,7 +35,7 @@ struct Launch {
 
 void* enter(void* argument) {
     const std::unique_ptr<Launch> launch(static_cast<Launch*>(argument));
-    startedHere = true;
+    thisThreadIsDetached = true;
     pthread_setname_np(pthread_self(), launch->name);
     launch->body();
     return nullptr;
@@ -76,17 +75,16 @@ bool startDetachedThread(const ThreadTraits& traits, std::function<void()> body)
 }
 
 bool askAgainForThread(std::shared_ptr<ThreadSeeker> seeker) noexcept {
-    auto* seeking = new (std::nothrow) Seeking{std::move(seeker), theSeeking};
+    auto* seeking = new (std::nothrow) SeekingThread{std::move(seeker), theSeeking};
     if (seeking == nullptr) return false;
     while (!theSeeking.compare_exchange_weak(seeking->next, seeking)) {
     }
     return true;
 }
 
-void retryRefusedThreads() noexcept {
-    if (theSeeking.load(std::memory_order_relaxed) == nullptr) return;
+void retryAllRefusedThreads() noexcept {
     // All at once, so that those who are refused again wait for the next time.
-    std::unique_ptr<Seeking> seeking(theSeeking.exchange(nullptr));
+    std::unique_ptr<SeekingThread> seeking(theSeeking.exchange(nullptr));
     while (seeking != nullptr) {
         seeking->seeker->seekThread();
         seeking.reset(seeking->next);
@@ -95,10 +93,6 @@ void retryRefusedThreads() noexcept {
 
 void forgetThreadSeekers() noexcept {
     theSeeking = nullptr;  // Leaked, as what they are about is.
-}
-
-bool isDetachedThread() noexcept {
-    return startedHere;
 }
 
 }  // namespace qlsdk::platform

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -30,14 +31,25 @@ class ThreadSeeker {
 /// Any thread, under any lock.
 [[nodiscard]] bool askAgainForThread(std::shared_ptr<ThreadSeeker> seeker) noexcept;
 
+/// The latest of those who were refused a thread.
+extern constinit std::atomic<struct SeekingThread*> theSeeking;
+void retryAllRefusedThreads() noexcept;
+
 /// A thread of the library has done a piece of work: those who were refused theirs try again. Costs one look
 /// when nobody was.
-void retryRefusedThreads() noexcept;
+inline void retryRefusedThreads() noexcept {
+    if (theSeeking.load(std::memory_order_relaxed) != nullptr) retryAllRefusedThreads();
+}
 
 /// In a child of fork(): who asked in the parent shall not get a thread here.
 void forgetThreadSeekers() noexcept;
 
+/// Written where the threads are started.
+extern thread_local constinit bool thisThreadIsDetached;
+
 /// True on a thread that was started here, where no signal is ever taken.
-[[nodiscard]] bool isDetachedThread() noexcept;
+[[nodiscard]] inline bool isDetachedThread() noexcept {
+    return thisThreadIsDetached;
+}
 
 }  // namespace qlsdk::platform

@@ -14,11 +14,12 @@
 
 namespace qlsdk::platform {
 
+constinit std::atomic<int> theProcessGeneration{1};
+
 namespace {
 
 // Guards both lists below and the objects in hand. Held across the fork, so that the child finds them whole.
 constinit std::mutex listsMutex;
-constinit std::atomic<int> generation{1};
 
 struct Objects {
     std::vector<std::weak_ptr<ForkAware>> watched;
@@ -79,10 +80,6 @@ ForkSafeMutex::~ForkSafeMutex() {
     ForkSafeMutexes::remove(*this);
 }
 
-int processGeneration() noexcept {
-    return generation.load(std::memory_order_relaxed);
-}
-
 namespace {
 
 void prepare() {
@@ -114,7 +111,7 @@ void inParent() {
 }
 
 void inChild() {
-    ++generation;
+    ++theProcessGeneration;
     WorkGate::reopenInChild();
     for (const auto& object : release()) object->restartInChild();
 }
@@ -125,10 +122,6 @@ void inChild() {
 [[maybe_unused]] const int registered = pthread_atfork(prepare, inParent, inChild);
 
 }  // namespace
-
-std::uint64_t forkGeneration() noexcept {
-    return static_cast<std::uint64_t>(processGeneration() - 1);
-}
 
 void watchForks(std::weak_ptr<ForkAware> object) {
     const std::lock_guard lock(listsMutex);

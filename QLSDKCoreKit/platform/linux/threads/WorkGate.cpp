@@ -20,14 +20,11 @@ constexpr std::chrono::milliseconds kLibraryPatienceAtFork{2'000};
 
 constinit WorkGate::Patience patienceAtEnd{};
 
-struct Gate {
-    std::atomic<int> inside{0};
+struct Gate : WorkGateEntrance {
     /// The uses that began in an even and in an odd round. Each end begins another, so that it waits for
     /// those that were there and not for a host's thread that comes back again and again.
     std::array<std::atomic<int>, 2> inLibraries{};
     std::atomic<unsigned> round{0};
-    /// Who wants it closed: every fork in progress, and the end of the process, which stays.
-    std::atomic<int> closers{0};
     std::atomic<bool> isClosedForGood{false};
     std::mutex mutex;
     // With the lock held: the end of the process waited for a use of such a round that did not end.
@@ -36,26 +33,18 @@ struct Gate {
     std::condition_variable opened;
 };
 
-std::atomic<Gate*> theGate{nullptr};
-thread_local bool thisThreadIsInside = false;
 thread_local int libraryUsesOfThisThread = 0;
 thread_local unsigned roundOfThisThread = 0;
 // Such a thread still calls into the library from the exit handlers that follow.
 thread_local bool thisThreadEndsTheProcess = false;
 
 Gate& gate() {
-    if (Gate* made = theGate.load()) return *made;
-    // No static initialisation, which a child would find begun and never ended when the fork meets it.
-    auto* fresh = new Gate;
-    Gate* earlier = nullptr;
-    if (theGate.compare_exchange_strong(earlier, fresh)) return *fresh;
-    delete fresh;
-    return *earlier;
+    return static_cast<Gate&>(WorkGateEntrance::get());
 }
 
 // A task may end or fork the process itself; it must not wait for its own pass.
 bool isAlone(const Gate& it) noexcept {
-    return it.inside <= (thisThreadIsInside ? 1 : 0);
+    return it.inside <= (WorkGateEntrance::isThisThreadInside ? 1 : 0);
 }
 bool isAloneInLibraries(const Gate& it, unsigned round) noexcept {
     const bool isInside = libraryUsesOfThisThread > 0 && roundOfThisThread == round % 2;
@@ -70,22 +59,6 @@ bool waitForOthers(Gate& it, std::unique_lock<std::mutex>& lock, std::chrono::mi
     return it.left.wait_for(lock, inLibrary, isAloneInThem);
 }
 
-void wakeClosers(Gate& it) noexcept {
-    if (it.closers == 0) return;
-    const std::lock_guard lock(it.mutex);
-    it.left.notify_all();
-}
-
-void leave(Gate& it) noexcept {
-    --it.inside;
-    wakeClosers(it);
-}
-
-void waitUntilOpen(Gate& it) noexcept {
-    std::unique_lock lock(it.mutex);
-    it.opened.wait(lock, [&] { return it.closers == 0; });
-}
-
 void waitUntilForksAreOver(Gate& it) noexcept {
     std::unique_lock lock(it.mutex);
     it.opened.wait(lock, [&] { return it.closers <= (it.isClosedForGood ? 1 : 0); });
@@ -96,7 +69,7 @@ bool mayUseLibraries(Gate& it) noexcept {
     if (it.closers == 0) return true;
     if (it.isClosedForGood) return !isDetachedThread() || thisThreadEndsTheProcess;
     // The fork waits for the whole pass.
-    return thisThreadIsInside;
+    return WorkGateEntrance::isThisThreadInside;
 }
 
 void enterLibraries() noexcept {
@@ -111,20 +84,44 @@ void enterLibraries() noexcept {
             return;
         }
         --it.inLibraries[round % 2];
-        wakeClosers(it);
+        if (it.closers != 0) it.wakeClosers();
         if (!isInTime) continue;
-        if (it.isClosedForGood && thisThreadIsInside) leave(it);
-        it.isClosedForGood ? waitUntilOpen(it) : waitUntilForksAreOver(it);
+        if (it.isClosedForGood && WorkGateEntrance::isThisThreadInside) it.leave();
+        it.isClosedForGood ? it.waitUntilOpen() : waitUntilForksAreOver(it);
     }
 }
 
 void leaveLibraries() noexcept {
     Gate& it = gate();
     --it.inLibraries[roundOfThisThread];
-    wakeClosers(it);
+    if (it.closers != 0) it.wakeClosers();
 }
 
 }  // namespace
+
+constinit std::atomic<WorkGateEntrance*> WorkGateEntrance::made{nullptr};
+constinit thread_local bool WorkGateEntrance::isThisThreadInside = false;
+
+WorkGateEntrance& WorkGateEntrance::make() {
+    // No static initialisation, which a child would find begun and never ended when the fork meets it.
+    auto* fresh = new Gate;
+    WorkGateEntrance* earlier = nullptr;
+    if (made.compare_exchange_strong(earlier, fresh)) return *fresh;
+    delete fresh;
+    return *earlier;
+}
+
+void WorkGateEntrance::wakeClosers() noexcept {
+    auto& it = static_cast<Gate&>(*this);
+    const std::lock_guard lock(it.mutex);
+    it.left.notify_all();
+}
+
+void WorkGateEntrance::waitUntilOpen() noexcept {
+    auto& it = static_cast<Gate&>(*this);
+    std::unique_lock lock(it.mutex);
+    it.opened.wait(lock, [&] { return it.closers == 0; });
+}
 
 void WorkGate::prepare() {
     (void)gate();
@@ -174,28 +171,10 @@ void WorkGate::reopenInParent() noexcept {
 
 void WorkGate::reopenInChild() noexcept {
     auto* fresh = new Gate;
-    fresh->inside = thisThreadIsInside ? 1 : 0;
+    fresh->inside = WorkGateEntrance::isThisThreadInside ? 1 : 0;
     fresh->inLibraries[0] = libraryUsesOfThisThread > 0 ? 1 : 0;
     roundOfThisThread = 0;
-    theGate = fresh;
-}
-
-WorkGate::Pass::Pass() noexcept {
-    // Sequentially consistent on both sides: either this thread sees the gate closed or the closer sees it
-    // inside.
-    for (;;) {
-        Gate& it = gate();
-        ++it.inside;
-        if (it.closers == 0) break;
-        leave(it);
-        waitUntilOpen(it);
-    }
-    thisThreadIsInside = true;
-}
-
-WorkGate::Pass::~Pass() {
-    thisThreadIsInside = false;
-    leave(gate());
+    WorkGateEntrance::made = fresh;
 }
 
 WorkGate::LibraryUse::LibraryUse() noexcept {

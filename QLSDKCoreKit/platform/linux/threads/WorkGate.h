@@ -1,8 +1,41 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 
 namespace qlsdk::platform {
+
+/// What of the gate every pass goes through.
+struct WorkGateEntrance {
+    std::atomic<int> inside{0};
+    /// Who wants it closed: every fork in progress, and the end of the process, which stays.
+    std::atomic<int> closers{0};
+
+    /// True for whoever is inside now. Sequentially consistent on both sides: either this thread sees the
+    /// gate closed or the closer sees it inside.
+    [[nodiscard]] bool tryToEnter() noexcept {
+        ++inside;
+        if (closers == 0) return true;
+        leave();
+        return false;
+    }
+    void leave() noexcept {
+        --inside;
+        if (closers != 0) wakeClosers();
+    }
+    void wakeClosers() noexcept;
+    void waitUntilOpen() noexcept;
+
+    /// The process's; made when it is first asked for, which may throw `std::bad_alloc`.
+    static WorkGateEntrance& get() {
+        WorkGateEntrance* const entrance = made.load();
+        return entrance != nullptr ? *entrance : make();
+    }
+    static WorkGateEntrance& make();
+
+    static constinit std::atomic<WorkGateEntrance*> made;
+    static constinit thread_local bool isThisThreadInside;
+};
 
 /// Keeps the library's threads out of the libraries below while those are torn down, or copied into a child.
 ///
@@ -52,8 +85,14 @@ class WorkGate {
     /// One stretch of work. Not nested. Waits at a gate that is closed, for ever when that is for good.
     class Pass {
       public:
-        Pass() noexcept;
-        ~Pass();
+        Pass() noexcept {
+            while (!WorkGateEntrance::get().tryToEnter()) WorkGateEntrance::get().waitUntilOpen();
+            WorkGateEntrance::isThisThreadInside = true;
+        }
+        ~Pass() {
+            WorkGateEntrance::isThisThreadInside = false;
+            WorkGateEntrance::get().leave();
+        }
         Pass(const Pass&) = delete;
         Pass& operator=(const Pass&) = delete;
     };
