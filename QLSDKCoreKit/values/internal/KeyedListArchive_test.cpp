@@ -93,7 +93,7 @@ class Source {
                                              std::string(255, 'x'),
                                              std::string(256, 'x'),
                                              std::string(257, 'x'),
-                                             std::string(5000, 'y') + "\xC3\xA9"};
+                                             std::string(5000, 'y').append("\xC3\xA9")};
         return kTexts[below(std::size(kTexts))];
     }
     Value value() {

@@ -54,16 +54,22 @@ TEST(StateDirectory, IsNamedEvenWhenItCannotBeMade) {
 }
 
 TEST(StateDirectory, TurnsAnyIdentifierIntoOneFileName) {
-    const std::pair<std::string, std::string> cases[] = {
+    const std::string many(1000, 'x');
+    const std::string_view longest = std::string_view(many).substr(0, 200);
+    std::string slash(longest.substr(0, 199));
+    std::string percent = slash;
+    slash.push_back('/');
+    percent.push_back('%');
+    const std::pair<std::string_view, std::string_view> cases[] = {
         {"com.example.app", "com.example.app"},
         {"", "unidentified-application"},
         {".", "%2E"},
         {"..", "%2E."},
         {"../../etc", "%2E.%2F..%2Fetc"},
-        {std::string("a\0\n%b", 5), "a%00%0A%25b"},
+        {std::string_view("a\0\n%b", 5), "a%00%0A%25b"},
         {"a\x1F ~\x7F\x80", "a%1F ~%7F\x80"},
-        {std::string(1000, 'x'), std::string(200, 'x')},
-        {std::string(199, 'x') + "/", std::string(199, 'x') + "%"},
+        {many, longest},
+        {slash, percent},
     };
     for (const auto& [identifier, name] : cases) EXPECT_EQ(safeFileName(identifier), name);
 }
