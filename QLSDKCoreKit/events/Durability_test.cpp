@@ -20,6 +20,7 @@
 #include "QLSDKCoreKit/events/internal/StoredList.h"
 #include "QLSDKCoreKit/platform/Platform.h"
 #include "QLSDKCoreKit/platform/linux/LinuxPlatform.h"
+#include "QLSDKCoreKit/platform/linux/testing/PlainUser.h"
 #include "QLSDKCoreKit/platform/testing/FakeStores.h"
 #include "QLSDKCoreKit/platform/testing/FakeUrlSession.h"
 #include "QLSDKCoreKit/values/internal/KeyedListArchive.h"
@@ -128,18 +129,8 @@ class Durability : public ::testing::Test {
         ::_exit(0);
     }
     /// The same as a user whom the system refuses things.
-    [[nodiscard]] int statusOfPlainUser(const std::function<int()>& life) const {
-        return endOf(start([this, &life] {
-            constexpr uid_t kNobody = 65534;
-            if (::geteuid() == 0) {
-                bool done = ::lchown(home.path().c_str(), kNobody, kNobody) == 0;
-                for (const auto& entry : std::filesystem::recursive_directory_iterator(home.path())) {
-                    done = done && ::lchown(entry.path().c_str(), kNobody, kNobody) == 0;
-                }
-                if (!done || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0) ::_exit(97);
-            }
-            ::_exit(life());
-        }));
+    [[nodiscard]] static int statusOfPlainUser(const std::function<int()>& life) {
+        return endOf(start([&life] { ::_exit(platform::testing_support::becomePlainUser() ? life() : 97); }));
     }
     /// The signal that ended the child, or its exit status below zero.
     static int endOf(pid_t child) {
@@ -155,8 +146,6 @@ class Durability : public ::testing::Test {
     /// Newest first; empty for an unreadable file.
     [[nodiscard]] std::vector<std::uint64_t> idsOnDisk(const std::string& suffix = {}) const {
         std::vector<std::uint64_t> ids;
-        // What the plain user has left could not be read otherwise.
-        (void)!::lchown((path() + suffix).c_str(), ::geteuid(), ::getegid());
         if (const auto archive = readQueueArchive(path() + suffix)) {
             for (const auto& element : archive->unsentEvents) {
                 ids.push_back(eventWrapperOf(element)->sequenceId());

@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "QLSDKCoreKit/platform/RewrittenFile.h"
+#include "QLSDKCoreKit/platform/linux/testing/PlainUser.h"
 #include "QLSDKCoreKit/platform/testing/FakeStores.h"
 
 namespace qlsdk::platform {
@@ -24,20 +25,9 @@ class Files : public ::testing::Test {
   protected:
     [[nodiscard]] std::string at(const std::string& name) const { return directories_.path() + "/" + name; }
     /// The exit status of a child, which is no superuser where the tests run as one.
-    [[nodiscard]] int inPlainUsersChild(const std::function<int()>& life) const {
-        constexpr uid_t kNobody = 65534;
+    [[nodiscard]] static int inPlainUsersChild(const std::function<int()>& life) {
         const pid_t child = ::fork();
-        if (child == 0) {
-            if (::geteuid() == 0) {
-                const std::filesystem::directory_iterator entries(directories_.path());
-                bool done = ::chown(directories_.path().c_str(), kNobody, kNobody) == 0;
-                for (const auto& entry : entries) {
-                    done = done && ::lchown(entry.path().c_str(), kNobody, kNobody) == 0;
-                }
-                if (!done || ::setgid(kNobody) != 0 || ::setuid(kNobody) != 0) ::_exit(99);
-            }
-            ::_exit(life());
-        }
+        if (child == 0) ::_exit(testing_support::becomePlainUser() ? life() : 99);
         int status = 0;
         ::waitpid(child, &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : 98;
