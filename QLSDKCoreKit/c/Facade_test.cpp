@@ -94,6 +94,11 @@ TEST(CFacade, UnderstandsHostsOfOlderAndNewerVersions) {
     EXPECT_EQ(newer.at(sizeof(QLSDKDeliveryCounts)), std::byte{0}) << "what only the host knows is zero";
     OfSize<QLSDKDeliveryCounts> forgotten({}, sizeof(std::size_t));
     EXPECT_FALSE(QLSDKReadDeliveryCounts(nullptr, forgotten.get()));
+    OfSize<QLSDKDeliveryCounts> cut({}, kUpToAccepted + 1);
+    EXPECT_FALSE(QLSDKReadDeliveryCounts(nullptr, cut.get()));
+    QLSDKDeliveryCounts uninitialised{};
+    uninitialised.size = ~std::size_t{0} / 8 * 8;
+    EXPECT_FALSE(QLSDKReadDeliveryCounts(nullptr, &uninitialised));
 
     QLSDKLink link{};
     link.feature = 1;

@@ -23,7 +23,7 @@
 /* Structures that may grow begin with their size, which whoever makes one sets: in C
    `QLSDKLink link = {.size = sizeof link};`. So a host and a library of different versions understand each
    other: each reads the members that both know, and takes zero for those that the other does not have. A size
-   that holds no member at all, a forgotten one for example, is refused, as the functions say. */
+   that no version has, a forgotten one for example, is refused, as the functions say. */
 
 /** Returned in place of a length when there is no such text, which is not the same as an empty one. The
     buffer gets an empty text. */

@@ -7,10 +7,16 @@
 
 namespace qlsdk {
 
-/// True when a structure of the C interface has its size, and a member behind it.
+/// Far above what any version will have: what says more was never initialised.
+inline constexpr std::size_t kMostBytesOfStructure = 4096;
+
+/// True when a structure of the C interface has the size of some version, with a member behind the size and
+/// none that is cut. A member that is added has to begin behind all of the older structure, its padding
+/// included, which a host leaves as it is.
 template <typename Structure>
 [[nodiscard]] bool hasSize(const Structure& given) noexcept {
-    return given.size > sizeof given.size;
+    return given.size > sizeof given.size && given.size <= kMostBytesOfStructure &&
+           given.size % alignof(Structure) == 0;
 }
 
 /// What a host of any version has given, as this version has it. Absent without a size.
